@@ -1,0 +1,101 @@
+/// Message numbers of the DUNL interface.
+#pragma once
+
+#include "messageNumber.h"
+
+#include <array>
+#include <cstdint>
+
+namespace tolme::dunl {
+
+class ConnEstablishReq;
+class ConnEstablishCfm;
+class ConnEstablishRej;
+class GetCapabilitiesReq;
+class GetCapabilitiesCfm;
+class GetCapabilitiesRej;
+class RegisterUtcTimeSourceReq;
+class RegisterUtcTimeSourceCfm;
+class RegisterUtcTimeSourceRej;
+class UnregisterUtcTimeSourceReq;
+class UnregisterUtcTimeSourceCfm;
+class UnregisterUtcTimeSourceRej;
+class SetUtcTimeReq;
+class SetUtcTimeCfm;
+class SetUtcTimeRej;
+class GetProductInfoReq;
+class GetContainerPidReq;
+class SubscribeFaultsReq;
+class ConnectivitySetSupervisionTimeoutReq;
+class ConnectivitySetSupervisionTimeoutCfm;
+class ConnectivitySetSupervisionTimeoutRej;
+class ConnectivityConnectedReq;
+class ConnectivityConnectedCfm;
+class ConnectivityConnectedRej;
+class ConnectivityNotConnectedReq;
+class ConnectivityNotConnectedCfm;
+class ConnectivityNotConnectedRej;
+
+/// The number that a message travels under.
+namespace MsgNo {
+inline constexpr std::uint32_t ConnEstablishReq = 0x170772D;
+inline constexpr std::uint32_t ConnEstablishCfm = 0x170772E;
+inline constexpr std::uint32_t ConnEstablishRej = 0x170772F;
+inline constexpr std::uint32_t GetCapabilitiesReq = 0x1707730;
+inline constexpr std::uint32_t GetCapabilitiesCfm = 0x1707731;
+inline constexpr std::uint32_t GetCapabilitiesRej = 0x1707732;
+inline constexpr std::uint32_t RegisterUtcTimeSourceReq = 0x1707733;
+inline constexpr std::uint32_t RegisterUtcTimeSourceCfm = 0x1707734;
+inline constexpr std::uint32_t RegisterUtcTimeSourceRej = 0x1707735;
+inline constexpr std::uint32_t UnregisterUtcTimeSourceReq = 0x1707736;
+inline constexpr std::uint32_t UnregisterUtcTimeSourceCfm = 0x1707737;
+inline constexpr std::uint32_t UnregisterUtcTimeSourceRej = 0x1707738;
+inline constexpr std::uint32_t SetUtcTimeReq = 0x1707739;
+inline constexpr std::uint32_t SetUtcTimeCfm = 0x170773A;
+inline constexpr std::uint32_t SetUtcTimeRej = 0x170773B;
+inline constexpr std::uint32_t GetProductInfoReq = 0x170773C;
+inline constexpr std::uint32_t GetContainerPidReq = 0x170773F;
+inline constexpr std::uint32_t SubscribeFaultsReq = 0x1707753;
+inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutReq = 0x170776D;
+inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutCfm = 0x170776E;
+inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutRej = 0x170776F;
+inline constexpr std::uint32_t ConnectivityConnectedReq = 0x1707770;
+inline constexpr std::uint32_t ConnectivityConnectedCfm = 0x1707771;
+inline constexpr std::uint32_t ConnectivityConnectedRej = 0x1707772;
+inline constexpr std::uint32_t ConnectivityNotConnectedReq = 0x1707773;
+inline constexpr std::uint32_t ConnectivityNotConnectedCfm = 0x1707774;
+inline constexpr std::uint32_t ConnectivityNotConnectedRej = 0x1707775;
+} // namespace MsgNo
+
+/// All of them with their full names.
+inline constexpr std::array messages{
+    MessageNumber{MsgNo::ConnEstablishReq, "tolme.dunl.ConnEstablishReq"},
+    MessageNumber{MsgNo::ConnEstablishCfm, "tolme.dunl.ConnEstablishCfm"},
+    MessageNumber{MsgNo::ConnEstablishRej, "tolme.dunl.ConnEstablishRej"},
+    MessageNumber{MsgNo::GetCapabilitiesReq, "tolme.dunl.GetCapabilitiesReq"},
+    MessageNumber{MsgNo::GetCapabilitiesCfm, "tolme.dunl.GetCapabilitiesCfm"},
+    MessageNumber{MsgNo::GetCapabilitiesRej, "tolme.dunl.GetCapabilitiesRej"},
+    MessageNumber{MsgNo::RegisterUtcTimeSourceReq, "tolme.dunl.RegisterUtcTimeSourceReq"},
+    MessageNumber{MsgNo::RegisterUtcTimeSourceCfm, "tolme.dunl.RegisterUtcTimeSourceCfm"},
+    MessageNumber{MsgNo::RegisterUtcTimeSourceRej, "tolme.dunl.RegisterUtcTimeSourceRej"},
+    MessageNumber{MsgNo::UnregisterUtcTimeSourceReq, "tolme.dunl.UnregisterUtcTimeSourceReq"},
+    MessageNumber{MsgNo::UnregisterUtcTimeSourceCfm, "tolme.dunl.UnregisterUtcTimeSourceCfm"},
+    MessageNumber{MsgNo::UnregisterUtcTimeSourceRej, "tolme.dunl.UnregisterUtcTimeSourceRej"},
+    MessageNumber{MsgNo::SetUtcTimeReq, "tolme.dunl.SetUtcTimeReq"},
+    MessageNumber{MsgNo::SetUtcTimeCfm, "tolme.dunl.SetUtcTimeCfm"},
+    MessageNumber{MsgNo::SetUtcTimeRej, "tolme.dunl.SetUtcTimeRej"},
+    MessageNumber{MsgNo::GetProductInfoReq, "tolme.dunl.GetProductInfoReq"},
+    MessageNumber{MsgNo::GetContainerPidReq, "tolme.dunl.GetContainerPidReq"},
+    MessageNumber{MsgNo::SubscribeFaultsReq, "tolme.dunl.SubscribeFaultsReq"},
+    MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutReq, "tolme.dunl.ConnectivitySetSupervisionTimeoutReq"},
+    MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutCfm, "tolme.dunl.ConnectivitySetSupervisionTimeoutCfm"},
+    MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutRej, "tolme.dunl.ConnectivitySetSupervisionTimeoutRej"},
+    MessageNumber{MsgNo::ConnectivityConnectedReq, "tolme.dunl.ConnectivityConnectedReq"},
+    MessageNumber{MsgNo::ConnectivityConnectedCfm, "tolme.dunl.ConnectivityConnectedCfm"},
+    MessageNumber{MsgNo::ConnectivityConnectedRej, "tolme.dunl.ConnectivityConnectedRej"},
+    MessageNumber{MsgNo::ConnectivityNotConnectedReq, "tolme.dunl.ConnectivityNotConnectedReq"},
+    MessageNumber{MsgNo::ConnectivityNotConnectedCfm, "tolme.dunl.ConnectivityNotConnectedCfm"},
+    MessageNumber{MsgNo::ConnectivityNotConnectedRej, "tolme.dunl.ConnectivityNotConnectedRej"},
+};
+
+} // namespace tolme::dunl

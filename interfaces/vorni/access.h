@@ -1,0 +1,68 @@
+/// Safe access to the records in kiv messages.
+#pragma once
+
+#include "kiv/kiv.h"
+#include "vorni/header.h"
+
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <type_traits>
+
+/// Views a received message as a record; null where it is too short for one.
+template <typename Record>
+Record* viewSignal(kiv_msg* msg)
+{
+    static_assert(std::is_trivially_copyable_v<Record> && alignof(Record) == 1);
+    return msg != nullptr && kiv_size(msg) >= sizeof(Record) ? reinterpret_cast<Record*>(msg) : nullptr;
+}
+
+template <typename Record>
+const Record* viewSignal(const kiv_msg* msg)
+{
+    return viewSignal<Record>(const_cast<kiv_msg*>(msg));
+}
+
+template <typename Record>
+const Record* viewSignal(const std::shared_ptr<kiv_msg>& msg)
+{
+    return viewSignal<Record>(msg.get());
+}
+
+/// A signal that is being built: zeroed, with number and references filled in. It is freed unless it is sent.
+template <typename Record>
+class NewSignal
+{
+public:
+    NewSignal(std::uint32_t clientRef, std::uint32_t serverRef)
+        : m_msg(kiv_alloc(static_cast<std::uint32_t>(sizeof(Record)), Record::number))
+    {
+        if (m_msg != nullptr) {
+            record().header.clientRef = clientRef;
+            record().header.serverRef = serverRef;
+        }
+    }
+    ~NewSignal() { kiv_free(m_msg); }
+    NewSignal(const NewSignal&) = delete;
+    NewSignal& operator=(const NewSignal&) = delete;
+
+    /// Whether there was memory for it.
+    explicit operator bool() const { return m_msg != nullptr; }
+    Record& operator*() { return record(); }
+    Record* operator->() { return &record(); }
+
+    /// Hands it over; the signal is empty afterwards.
+    void send(std::uint32_t receiver, std::uint32_t sender) { kiv_send(&m_msg, receiver, sender); }
+
+private:
+    Record& record() { return *viewSignal<Record>(m_msg); }
+
+    kiv_msg* m_msg;
+};
+
+/// The text in a fixed field, ended by its zero or by the field's end.
+template <std::size_t Size>
+std::string_view fieldText(const char (&field)[Size])
+{
+    return {field, ::strnlen(field, Size)};
+}

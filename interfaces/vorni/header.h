@@ -1,0 +1,40 @@
+/// VORNI: what all signals between a client and the server share.
+///
+/// A signal is a kiv message: the signal number in host order, the two references and the payload big-endian, texts in
+/// fixed fields and zero-terminated. The records are plain structs of byte-order aware fields without padding: reading
+/// a field gives a value in host order, assigning one stores it in the order of the wire.
+#pragma once
+
+#include <boost/endian/arithmetic.hpp>
+#include <cstdint>
+
+using VornU16 = boost::endian::big_uint16_t;
+using VornU32 = boost::endian::big_uint32_t;
+using VornSigNo = boost::endian::native_uint32_t; ///< host order, unaligned
+
+/// The first 12 bytes of every signal.
+struct VornSignalHeader {
+    VornSigNo sigNo;
+    VornU32 clientRef;
+    VornU32 serverRef;
+};
+static_assert(sizeof(VornSignalHeader) == 12 && alignof(VornSignalHeader) == 1);
+
+/// A signal that is its header.
+template <std::uint32_t Number>
+struct VornPlainSignal {
+    static constexpr std::uint32_t number = Number;
+    VornSignalHeader header;
+};
+
+/// A signal that refuses a request.
+template <std::uint32_t Number>
+struct VornRejectSignal {
+    static constexpr std::uint32_t number = Number;
+    VornSignalHeader header;
+    VornU16 errorCode;
+    std::uint8_t reserved1[2];
+    char errorText[110]; ///< zero-terminated
+    std::uint8_t reserved2[2];
+};
+static_assert(sizeof(VornRejectSignal<0>) == 128);

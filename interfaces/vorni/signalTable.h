@@ -1,0 +1,75 @@
+/// The VORNI signals as data: number, name, direction and fields of each. It serves whoever prints, builds or lists
+/// signals without knowing them: the client tool, the simulator, the tests, the signal reference.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Vorni {
+
+enum class FieldKind : std::uint8_t {
+    number, ///< unsigned, big-endian, 1, 2, 4 or 8 bytes
+    text,   ///< zero-terminated, ends with the field at the latest
+    bytes,
+};
+
+/// A field behind the header. Reserved bytes are no fields.
+struct FieldInfo {
+    const char* name;
+    std::uint16_t offset; ///< from the signal's start, bytes
+    std::uint16_t size;   ///< bytes
+    FieldKind kind;
+    const char* meaning; ///< unit and range; may be empty
+};
+
+enum class Direction : std::uint8_t { toServer, toClient };
+
+struct SignalInfo {
+    std::uint32_t number;
+    const char* name;   ///< "OMLA_VORN_..."
+    std::uint32_t size; ///< of the record, bytes; a signal may be longer where `openEnded`
+    bool openEnded;
+    Direction direction;
+    const char* answeredBy; ///< the class that handles or sends it
+    std::span<const FieldInfo> fields;
+};
+
+/// All signals, in the order of their numbers.
+std::span<const SignalInfo> signals();
+
+/// The signal of a number or name, or null.
+const SignalInfo* findSignal(std::uint32_t number);
+const SignalInfo* findSignal(std::string_view name);
+
+/// The number's name, or the number as "0x..." where it has none.
+std::string signalName(std::uint32_t number);
+
+/// One field as found in a signal.
+struct FieldValue {
+    const FieldInfo* info;
+    std::uint64_t number = 0; ///< FieldKind::number
+    std::string text;         ///< FieldKind::text; FieldKind::bytes as hexadecimal digits
+};
+
+/// A signal taken apart. What the signal is too short for is left out.
+struct DecodedSignal {
+    std::uint32_t number = 0;
+    const SignalInfo* info = nullptr; ///< null for an unknown number
+    bool hasReferences = false;
+    std::uint32_t clientRef = 0;
+    std::uint32_t serverRef = 0;
+    std::vector<FieldValue> fields;
+    std::string rest;       ///< bytes behind the record as hexadecimal digits
+    bool truncated = false; ///< shorter than its record
+};
+
+/// Takes the bytes of a message apart, the number in host order first. Reads nothing outside them.
+DecodedSignal decodeSignal(std::span<const std::byte> bytes);
+
+/// "OMLA_VORN_SET_UTC_TIME_REJ{clientRef=1, serverRef=2, errorCode=1, description="Failed to set UTC time"}".
+std::string printSignal(std::span<const std::byte> bytes);
+
+} // namespace Vorni
