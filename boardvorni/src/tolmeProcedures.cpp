@@ -1,0 +1,49 @@
+#include "tolmeProcedures.h"
+
+#include "trace/trace.h"
+
+#include <google/protobuf/message.h>
+
+bool TolmeProcedures::request(std::uint32_t msgNo, const google::protobuf::Message& message, std::uint32_t mboxId,
+                              std::uint32_t serverRef, std::uint32_t clientRef)
+{
+    const std::uint32_t procedureRef = m_client.send(msgNo, message);
+    if (procedureRef == 0) {
+        return false;
+    }
+    return m_client.addTransaction({procedureRef, mboxId, serverRef, clientRef, msgNo});
+}
+
+bool TolmeProcedures::request(std::uint32_t msgNo, const google::protobuf::Message& message, const VornSession& session)
+{
+    return request(msgNo, message, session.getMboxId(), session.getServerRef(), session.getClientRef());
+}
+
+std::string TolmeProcedures::traceReceived(const TolmeEnvelope& envelope, const google::protobuf::Message& message)
+{
+    std::string name = message.GetDescriptor()->name();
+    TRACE_REC_SIG(envelope.msgNo, "handle{}({{{}}})", name, printMessage(envelope, message));
+    return name;
+}
+
+bool TolmeProcedures::lookUpTransaction(std::uint32_t procedureRef, const std::string& name,
+                                        TolmeClient::ProcedureTransaction& transaction) const
+{
+    const TolmeClient::ProcedureTransaction* found = m_client.findTransaction(procedureRef);
+    if (found == nullptr) {
+        TRACE_INFO("{} was found for procedureRef: {}. Ignoring {}{}", m_words.noTransaction, procedureRef, name,
+                   m_words.end);
+        return false;
+    }
+    transaction = *found;
+    return true;
+}
+
+VornSession* TolmeProcedures::findSession(std::uint32_t mboxId, const std::string& name) const
+{
+    VornSession* session = m_commonData.findVornSession(mboxId);
+    if (session == nullptr) {
+        TRACE_INFO("ABN: No VORN session found for mailbox ID: {}. Ignoring {}{}", mboxId, name, m_words.end);
+    }
+    return session;
+}

@@ -1,0 +1,20 @@
+#include "vornServerComponents.h"
+
+#include "vornServerDunl.h"
+#include "vornServerFesk.h"
+#include "vornServerLinkSupervision.h"
+#include "vornServerMmiHandling.h"
+#include "vornServerTime.h"
+#include "vornServerYarrowI.h"
+
+std::vector<std::unique_ptr<VornServerComponent>> makeComponents(VornServerCommonData& commonData)
+{
+    std::vector<std::unique_ptr<VornServerComponent>> components;
+    components.push_back(std::make_unique<VornServerLinkSupervision>(commonData));
+    components.push_back(std::make_unique<VornServerTime>(commonData));
+    components.push_back(std::make_unique<VornServerDunl>(commonData));
+    components.push_back(std::make_unique<VornServerFesk>(commonData));
+    components.push_back(std::make_unique<VornServerMmiHandling>(commonData));
+    components.push_back(std::make_unique<VornServerYarrowI>(commonData));
+    return components;
+}
