@@ -1,0 +1,191 @@
+#include "kiv/ioThread.h"
+
+#include "kiv/log.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <exception>
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <utility>
+
+namespace kiv {
+
+int IoThread::start()
+{
+    if (m_running) {
+        return 0;
+    }
+    const std::lock_guard lock(m_mutex);
+    if (m_running) {
+        return 0;
+    }
+    {
+        const DescriptorScope scope;
+        m_epoll = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
+        m_wake = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    }
+    epoll_event event{};
+    event.events = EPOLLIN;
+    if (!m_epoll || !m_wake || ::epoll_ctl(m_epoll.get(), EPOLL_CTL_ADD, m_wake.get(), &event) != 0) {
+        return errno;
+    }
+    // The program's signals are for the program's threads.
+    sigset_t all;
+    sigset_t previous;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &previous);
+    pthread_t thread{};
+    const int error = pthread_create(&thread, nullptr, threadMain, this);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    if (error == 0) {
+        pthread_setname_np(thread, "kiv-io");
+        pthread_detach(thread);
+        m_running = true;
+    }
+    return error;
+}
+
+void* IoThread::threadMain(void* self)
+{
+    static_cast<IoThread*>(self)->run();
+    return nullptr;
+}
+
+void IoThread::run()
+{
+    for (;;) {
+        try {
+            round();
+        } catch (const std::exception& error) {
+            logLine("the I/O thread goes on after: %s", error.what());
+        }
+    }
+}
+
+void IoThread::round()
+{
+    std::array<epoll_event, 64> events;
+    const int count = ::epoll_wait(m_epoll.get(), events.data(), static_cast<int>(events.size()), waitTime());
+    for (int i = 0; i < count; ++i) {
+        const epoll_event& event = events[static_cast<std::size_t>(i)];
+        if (event.data.u64 != 0) {
+            dispatch(event.data.u64, event.events);
+            continue;
+        }
+        std::uint64_t wakes = 0;
+        if (::read(m_wake.get(), &wakes, sizeof wakes) < 0) {
+            continue;
+        }
+    }
+    runCalls();
+}
+
+int IoThread::waitTime()
+{
+    const std::lock_guard lock(m_mutex);
+    if (!m_posted.empty()) {
+        return 0;
+    }
+    if (m_timed.empty()) {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_timed.begin()->first - Clock::now());
+    return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 60'000));
+}
+
+void IoThread::dispatch(std::uint64_t token, std::uint32_t events)
+{
+    std::shared_ptr<Handler> handler;
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto found = m_handlers.find(token);
+        if (found == m_handlers.end()) {
+            return;
+        }
+        handler = found->second;
+    }
+    handler->onEvents(events);
+}
+
+void IoThread::runCalls()
+{
+    std::vector<Call> calls;
+    {
+        const std::lock_guard lock(m_mutex);
+        calls.swap(m_posted);
+        const auto now = Clock::now();
+        while (!m_timed.empty() && m_timed.begin()->first <= now) {
+            calls.push_back(std::move(m_timed.begin()->second));
+            m_timed.erase(m_timed.begin());
+        }
+    }
+    for (const Call& call : calls) {
+        call();
+    }
+}
+
+void IoThread::wake()
+{
+    const std::uint64_t one = 1;
+    if (::write(m_wake.get(), &one, sizeof one) < 0) {
+        return; // it is set already
+    }
+}
+
+std::uint64_t IoThread::add(int descriptor, std::uint32_t events, std::shared_ptr<Handler> handler)
+{
+    const std::lock_guard lock(m_mutex);
+    const std::uint64_t token = ++m_lastToken;
+    m_handlers.emplace(token, std::move(handler));
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = token;
+    if (::epoll_ctl(m_epoll.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
+        logLine("can't watch a descriptor: error %d", errno);
+    }
+    return token;
+}
+
+void IoThread::modify(std::uint64_t token, int descriptor, std::uint32_t events)
+{
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = token;
+    ::epoll_ctl(m_epoll.get(), EPOLL_CTL_MOD, descriptor, &event);
+}
+
+void IoThread::remove(std::uint64_t token, int descriptor)
+{
+    std::shared_ptr<Handler> removed; // its destructor may come back here
+    const std::lock_guard lock(m_mutex);
+    if (const auto found = m_handlers.find(token); found != m_handlers.end()) {
+        removed = std::move(found->second);
+        m_handlers.erase(found);
+        ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+    }
+}
+
+void IoThread::post(Call call)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_posted.push_back(std::move(call));
+    }
+    wake();
+}
+
+void IoThread::after(Clock::duration delay, Call call)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_timed.emplace(Clock::now() + delay, std::move(call));
+    }
+    wake();
+}
+
+} // namespace kiv
