@@ -1,0 +1,94 @@
+/// One DU client: a mailbox, its references, and the signals that have arrived for it.
+#pragma once
+
+#include "vornclient/signal.h"
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace VornClient {
+
+class Client;
+class ClientHub;
+
+/// Told of what happens, while it happens. Nothing may be sent or waited for from inside.
+class ClientListener
+{
+public:
+    virtual ~ClientListener() = default;
+    virtual void onSent(const Client& client, const Signal& signal) = 0;
+    virtual void onReceived(const Client& client, const Signal& signal) = 0;
+    virtual void onServerPublished(kiv_mbox_id_t server) = 0;
+    virtual void onServerGone(kiv_mbox_id_t server) = 0;
+};
+
+/// Signals that have arrived and that nobody has asked for yet, oldest first. Bounded: what a peer floods the client
+/// with pushes its oldest signals out.
+class Inbox
+{
+public:
+    void add(Signal signal);
+    /// Takes the first signal that the predicate holds for, of those that arrived from `since` on.
+    std::optional<Signal> take(const std::function<bool(const Signal&)>& predicate, std::uint64_t since = 0);
+    const std::deque<Signal>& signals() const { return m_signals; }
+    /// Signals arriving from now on have this sequence or a later one.
+    std::uint64_t nextSequence() const { return m_nextSequence; }
+    void clear();
+
+private:
+    std::deque<Signal> m_signals;
+    std::size_t m_bytes = 0;
+    std::uint64_t m_nextSequence = 0;
+};
+
+struct ClientSettings {
+    std::string label; ///< empty for the first client of the program
+    std::string mailboxName;
+    References references;
+    std::uint16_t protocolRev = 3;
+};
+
+/// The connection request of a client.
+std::vector<std::byte> connectRequest(const ClientSettings& settings);
+
+/// Made and owned by a ClientHub. The mailbox exists from the first signal that is sent until close.
+class Client
+{
+public:
+    Client(ClientHub& hub, ClientSettings settings);
+    ~Client();
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    const ClientSettings& settings() const { return m_settings; }
+    kiv_mbox_id_t mailbox() const { return m_mailbox; }
+    /// Whether the server has confirmed a connection that still stands as far as can be seen from here.
+    bool isConnected() const { return m_isConnected; }
+    /// Those of the settings until a confirm names the server's reference.
+    const References& references() const { return m_references; }
+    Inbox& inbox() { return m_inbox; }
+    const Inbox& inbox() const { return m_inbox; }
+
+    /// Creates the mailbox where there is none. Returns what is in the way, or an empty text.
+    std::string open();
+    /// Deletes the mailbox: the server sees the client disappear.
+    void close();
+    /// Sends to the published server; `bytes` has at least four. Returns what is in the way, or an empty text.
+    std::string send(std::vector<std::byte> bytes);
+
+private:
+    friend class ClientHub;
+    void receive(Signal signal);
+    void followConnection(const Signal& signal);
+
+    ClientHub& m_hub;
+    ClientSettings m_settings;
+    References m_references;
+    kiv_mbox_id_t m_mailbox = KIV_NO_MBOX;
+    bool m_isConnected = false;
+    Inbox m_inbox;
+};
+
+} // namespace VornClient

@@ -1,0 +1,235 @@
+#include "vornclient/printer.h"
+
+#include "vornclient/clientHub.h"
+
+#include <cstdio>
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <unistd.h>
+
+namespace VornClient {
+
+namespace {
+
+using Clock = std::chrono::system_clock;
+
+std::string isoTime(Clock::time_point time)
+{
+    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(Clock::to_time_t(time)), sinceEpoch.count() % 1000);
+}
+
+class TextPrinter final : public Printer
+{
+public:
+    explicit TextPrinter(const PrinterSettings& settings)
+        : Printer(!settings.quiet && ::isatty(STDERR_FILENO) != 0), m_settings(settings)
+    {
+    }
+
+    void onSent(const Client& client, const Signal& signal) override { printSignal("->", client, signal); }
+
+    void onReceived(const Client& client, const Signal& signal) override { printSignal("<-", client, signal); }
+
+    void onServerPublished(kiv_mbox_id_t server) override
+    {
+        print(fmt::format("-- {} is published ({:#x})", ClientHub::serverName, server));
+    }
+
+    void onServerGone(kiv_mbox_id_t server) override
+    {
+        print(fmt::format("-- {} is gone ({:#x})", ClientHub::serverName, server));
+    }
+
+    void step(const std::string& place, const std::string& command) override
+    {
+        print(fmt::format("== {}: {}", place, command));
+    }
+
+    void unitOutput(const std::string&, const std::string& output, int exitCode) override
+    {
+        std::istringstream lines(output);
+        for (std::string line; std::getline(lines, line);) {
+            print("   | " + printable(line, line.size()));
+        }
+        if (exitCode != 0) {
+            print(fmt::format("   | exit code {}", exitCode));
+        }
+    }
+
+    void status(const ClientHub& hub, const Client& inUse) override
+    {
+        const bool isPublished = hub.server() != KIV_NO_MBOX;
+        print(fmt::format("server  {}", isPublished ? fmt::format("{:#x}", hub.server()) : "not published"));
+        for (const auto& client : hub.clients()) {
+            const ClientSettings& settings = client->settings();
+            print(fmt::format(
+                "client  {}{}: {}, mailbox {}, clientRef={}, serverRef={}, {} unread",
+                settings.label.empty() ? "first" : settings.label, client.get() == &inUse ? " (in use)" : "",
+                client->isConnected() ? "connected" : "not connected", settings.mailboxName,
+                client->references().clientRef, client->references().serverRef, client->inbox().signals().size()));
+        }
+    }
+
+    void error(const std::string& text) override { writeLine(stderr, "vornclient: " + text); }
+
+private:
+    void printSignal(const char* arrow, const Client& client, const Signal& signal)
+    {
+        const std::string& label = client.settings().label;
+        const std::string prefix = label.empty() ? "" : "[" + label + "] ";
+        const std::string from = signal.peerIsServer ? "" : fmt::format(" (from {:#x})", signal.peer);
+        print(fmt::format("{}{} {}{}", prefix, arrow, signal.print(), from));
+    }
+
+    void print(const std::string& line)
+    {
+        if (!m_settings.quiet) {
+            writeLine(stdout, m_settings.times ? isoTime(Clock::now()) + " " + line : line);
+        }
+    }
+
+    PrinterSettings m_settings;
+};
+
+class JsonPrinter final : public Printer
+{
+public:
+    explicit JsonPrinter(const PrinterSettings& settings)
+        : Printer(!settings.quiet && ::isatty(STDERR_FILENO) != 0), m_quiet(settings.quiet)
+    {
+    }
+
+    void onSent(const Client& client, const Signal& signal) override { printSignal("->", client, signal); }
+
+    void onReceived(const Client& client, const Signal& signal) override { printSignal("<-", client, signal); }
+
+    void onServerPublished(kiv_mbox_id_t server) override { print({{"event", "published"}, {"mailbox", server}}); }
+
+    void onServerGone(kiv_mbox_id_t server) override { print({{"event", "gone"}, {"mailbox", server}}); }
+
+    void step(const std::string& place, const std::string& command) override
+    {
+        print({{"event", "step"}, {"place", place}, {"command", command}});
+    }
+
+    void unitOutput(const std::string& command, const std::string& output, int exitCode) override
+    {
+        print({{"event", "ulmo"}, {"command", command}, {"output", output}, {"exitCode", exitCode}});
+    }
+
+    void status(const ClientHub& hub, const Client& inUse) override
+    {
+        Json clients = Json::array();
+        for (const auto& client : hub.clients()) {
+            clients.push_back({{"client", client->settings().label},
+                               {"inUse", client.get() == &inUse},
+                               {"connected", client->isConnected()},
+                               {"name", client->settings().mailboxName},
+                               {"mailbox", mailboxOrNull(client->mailbox())},
+                               {"clientRef", client->references().clientRef},
+                               {"serverRef", client->references().serverRef},
+                               {"unread", client->inbox().signals().size()}});
+        }
+        print({{"event", "status"}, {"server", mailboxOrNull(hub.server())}, {"clients", std::move(clients)}});
+    }
+
+    void error(const std::string& text) override { writeLine(stderr, dump({{"event", "error"}, {"text", text}})); }
+
+private:
+    using Json = nlohmann::ordered_json;
+
+    static Json mailboxOrNull(kiv_mbox_id_t mailbox) { return mailbox == KIV_NO_MBOX ? Json() : Json(mailbox); }
+
+    static Json fieldsOf(const Vorni::DecodedSignal& signal)
+    {
+        Json fields = Json::object();
+        for (const Vorni::FieldValue& field : signal.fields) {
+            if (field.info->kind == Vorni::FieldKind::number) {
+                fields[field.info->name] = field.number;
+            } else {
+                fields[field.info->name] = field.text;
+            }
+        }
+        return fields;
+    }
+
+    void printSignal(const char* arrow, const Client& client, const Signal& signal)
+    {
+        const Vorni::DecodedSignal decoded = signal.decode();
+        Json line{{"time", isoTime(signal.time)},
+                  {"direction", arrow},
+                  {"client", client.settings().label},
+                  {"number", decoded.number},
+                  {"name", Vorni::signalName(decoded.number)}};
+        if (decoded.hasReferences) {
+            line["clientRef"] = decoded.clientRef;
+            line["serverRef"] = decoded.serverRef;
+        }
+        line["fields"] = fieldsOf(decoded);
+        if (!decoded.rest.empty()) {
+            line["rest"] = decoded.rest;
+        }
+        if (decoded.truncated) {
+            line["truncated"] = true;
+        }
+        if (!signal.peerIsServer) {
+            line["from"] = signal.peer;
+        }
+        print(std::move(line));
+    }
+
+    void print(Json line)
+    {
+        if (m_quiet) {
+            return;
+        }
+        if (!line.contains("time")) {
+            line["time"] = isoTime(Clock::now());
+        }
+        writeLine(stdout, dump(line));
+    }
+
+    /// Texts come from peers and needn't be UTF-8.
+    static std::string dump(const Json& line) { return line.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+    bool m_quiet;
+};
+
+} // namespace
+
+std::unique_ptr<Printer> Printer::create(const PrinterSettings& settings)
+{
+    if (settings.json) {
+        return std::make_unique<JsonPrinter>(settings);
+    }
+    return std::make_unique<TextPrinter>(settings);
+}
+
+void Printer::progress(const std::string& text)
+{
+    if (m_showsProgress) {
+        fmt::print(stderr, "\r\033[K{}", text);
+        std::fflush(stderr);
+        m_progressShown = true;
+    }
+}
+
+void Printer::endProgress()
+{
+    if (std::exchange(m_progressShown, false)) {
+        fmt::print(stderr, "\r\033[K");
+        std::fflush(stderr);
+    }
+}
+
+void Printer::writeLine(std::FILE* stream, const std::string& line)
+{
+    endProgress();
+    fmt::print(stream, "{}\n", line);
+    std::fflush(stream);
+}
+
+} // namespace VornClient

@@ -1,0 +1,16 @@
+/// One function per family of procedures, each in a file of its own: it enters the family's commands into the table.
+#pragma once
+
+namespace VornClient {
+
+class CommandTable;
+
+void addConnectionCommands(CommandTable& table);
+void addMmiCommands(CommandTable& table);
+void addTimeCommands(CommandTable& table);
+void addLinkSupervisionCommands(CommandTable& table);
+void addDeepSleepCommands(CommandTable& table);
+void addSignalCommands(CommandTable& table);
+void addSessionCommands(CommandTable& table);
+
+} // namespace VornClient
