@@ -1,0 +1,33 @@
+#include "tools/boardsim/dunl/dunlServer.h"
+
+#include "dunl/dunl.pb.h"
+#include "dunl/numbers.h"
+
+namespace boardsim {
+
+using namespace tolme::dunl;
+
+DunlServer::DunlServer() : ProtobufServer("dunl", DunlServerMetadata().name(), messages)
+{
+    add(m_capabilities);
+    add(m_utcTime);
+    add(m_connectivity);
+
+    onConnect<ConnEstablishReq, ConnEstablishCfm, ConnEstablishRej>();
+
+    on<GetCapabilitiesReq>(m_capabilities, &DunlCapabilities::get);
+
+    on<RegisterUtcTimeSourceReq>(m_utcTime, &UtcTime::registerSource);
+    on<UnregisterUtcTimeSourceReq>(m_utcTime, &UtcTime::unregisterSource);
+    on<SetUtcTimeReq>(m_utcTime, &UtcTime::setTime);
+
+    on<ConnectivityConnectedReq>(m_connectivity, &Connectivity::connected);
+    on<ConnectivityNotConnectedReq>(m_connectivity, &Connectivity::notConnected);
+    on<ConnectivitySetSupervisionTimeoutReq>(m_connectivity, &Connectivity::setSupervisionTimeout);
+
+    onUnanswered<GetProductInfoReq>();
+    onUnanswered<GetContainerPidReq>();
+    onUnanswered<SubscribeFaultsReq>();
+}
+
+} // namespace boardsim

@@ -1,0 +1,22 @@
+/// The DUNL server, owner of the board's resources.
+#pragma once
+
+#include "tools/boardsim/core/protobufServer.h"
+#include "tools/boardsim/dunl/connectivity.h"
+#include "tools/boardsim/dunl/dunlCapabilities.h"
+#include "tools/boardsim/dunl/utcTime.h"
+
+namespace boardsim {
+
+class DunlServer : public ProtobufServer
+{
+public:
+    DunlServer();
+
+private:
+    DunlCapabilities m_capabilities;
+    UtcTime m_utcTime;
+    Connectivity m_connectivity;
+};
+
+} // namespace boardsim
