@@ -5,6 +5,7 @@
 #pragma once
 
 #include <boost/endian/arithmetic.hpp>
+#include <cstddef>
 #include <cstdint>
 
 struct MessageNumber {
@@ -18,4 +19,5 @@ struct BoardMessageHeader {
     boost::endian::big_uint32_t procedureRef;  ///< ties an answer to its request; 0 for an unsolicited indication
     boost::endian::big_uint32_t connectionRef; ///< to the server: the server's reference; from it: the client's
 };
-static_assert(sizeof(BoardMessageHeader) == 12 && alignof(BoardMessageHeader) == 1);
+static_assert(sizeof(BoardMessageHeader) == 12 && alignof(BoardMessageHeader) == 1 &&
+              offsetof(BoardMessageHeader, procedureRef) == 4 && offsetof(BoardMessageHeader, connectionRef) == 8);

@@ -1,6 +1,7 @@
 /// The client end of a board resource server: the DUNL and the FESK server.
 #pragma once
 
+#include "boardMessage.h"
 #include "kiv/kiv.h"
 
 #include <cstdint>
@@ -11,28 +12,24 @@
 #include <string>
 #include <vector>
 
-namespace google::protobuf {
-class Message;
-}
-
 /// A received message; the last copy frees it.
 using TolmeMessagePtr = std::shared_ptr<kiv_msg>;
 
-/// The header of a board server's message, in host order.
-struct TolmeEnvelope {
-    std::uint32_t msgNo = 0;
-    std::uint32_t procedureRef = 0;
-    std::uint32_t connectionRef = 0;
-};
+using TolmeEnvelope = BoardEnvelope;
 
-/// What a server says that it can do. Records with parameters derive from it.
+/// What a server says that it can do: a plain structure that begins with the code. Records with parameters derive from
+/// it.
 struct TolmeCapability {
     std::uint16_t code;
     explicit TolmeCapability(std::uint16_t capabilityCode) : code(capabilityCode) {}
-    virtual ~TolmeCapability() = default;
-    TolmeCapability(const TolmeCapability&) = default;
-    TolmeCapability& operator=(const TolmeCapability&) = default;
 };
+
+/// A record with parameters as what it is; null where it is another one.
+template <typename Record>
+const Record* capabilityAs(const TolmeCapability& capability)
+{
+    return capability.code == Record::ownCode ? static_cast<const Record*>(&capability) : nullptr;
+}
 
 /// Locates its server by name, establishes the connection, routes what the server sends to the handler of its number,
 /// keeps the requests in flight and the server's capabilities. What a connection carries is its connector's business.
@@ -130,13 +127,15 @@ private:
     void onServerFound(std::uint32_t mbox);
     void onServerLost(std::uint32_t mbox);
     void callEventHandler(std::uint32_t event);
+    bool callHandler(std::uint32_t msgNo, const TolmeMessagePtr& message);
+    static bool isHandled(std::uint32_t msgNo);
+    void leaveRouting();
     void acceptConnection(const TolmeEnvelope& envelope, std::optional<std::uint32_t> selectedProtocolRev);
     bool isInternal(std::uint32_t msgNo) const;
     bool undoHandler(std::uint32_t msgNo);
     bool sendMessage(const TolmeEnvelope& envelope, const google::protobuf::Message& message);
     static void routeConnEstablishCfm(const TolmeMessagePtr& message);
     static void routeMessage(std::uint32_t msgNo, const TolmeMessagePtr& message);
-    static std::optional<TolmeEnvelope> readEnvelope(const TolmeMessagePtr& message);
 
     static std::map<std::uint32_t, TolmeClient*> s_clients;
 
@@ -156,8 +155,3 @@ private:
     std::map<std::uint32_t, ProcedureTransaction> m_transactions;
     bool m_capabilitiesReceived = false;
 };
-
-/// "msgNo:0x170773a procedureRef:1 connectionRef:100", as traces show an envelope.
-std::string printEnvelope(const TolmeEnvelope& envelope);
-/// The same followed by " tolme.dunl.SetUtcTimeCfm:{...}".
-std::string printMessage(const TolmeEnvelope& envelope, const google::protobuf::Message& body);

@@ -25,10 +25,14 @@ class TolmeProcedures
 {
 public:
     struct Words {
-        const char* noTransaction; ///< "No DUNL transaction", "ABN: No FESK transaction"
-        const char* end;           ///< behind the message's name: "." or ""
+        const char* noTransaction = ""; ///< "No DUNL transaction", "ABN: No FESK transaction"
+        const char* end = "";           ///< behind the message's name: "." or ""
     };
 
+    /// Without words for a component that only sends.
+    TolmeProcedures(VornServerCommonData& commonData, TolmeClient& client) : m_commonData(commonData), m_client(client)
+    {
+    }
     TolmeProcedures(VornServerCommonData& commonData, TolmeClient& client, Words words)
         : m_commonData(commonData), m_client(client), m_words(words)
     {

@@ -21,6 +21,8 @@ class VornSession;
 class VornServerComponent
 {
 public:
+    using MessagePtr = std::shared_ptr<kiv_msg>;
+
     explicit VornServerComponent(VornServerCommonData& commonData) : m_commonData(commonData) {}
     virtual ~VornServerComponent() = default;
     VornServerComponent(const VornServerComponent&) = delete;
@@ -54,8 +56,6 @@ public:
     static bool isGsmServerRef(std::int32_t serverRef);
 
 protected:
-    using MessagePtr = std::shared_ptr<kiv_msg>;
-
     /// Subscribes a signal to a member of the component.
     template <typename Component>
     void subscribe(std::uint32_t sigNo, void (Component::*handler)(const MessagePtr&))

@@ -54,29 +54,28 @@ enum Code : std::uint16_t {
 
 // The records with parameters.
 struct NotifyRestartCapability : TolmeCapability {
-    NotifyRestartCapability() : TolmeCapability(DunlCapability::NotifyRestart) {}
+    static constexpr std::uint16_t ownCode = DunlCapability::NotifyRestart;
+    NotifyRestartCapability() : TolmeCapability(ownCode) {}
     std::uint32_t reserved = 0; ///< not filled
 };
 struct TemperatureLevelMeasurementCapability : TolmeCapability {
-    TemperatureLevelMeasurementCapability() : TolmeCapability(DunlCapability::TemperatureLevelMeasurement) {}
+    static constexpr std::uint16_t ownCode = DunlCapability::TemperatureLevelMeasurement;
+    TemperatureLevelMeasurementCapability() : TolmeCapability(ownCode) {}
     std::vector<std::shared_ptr<temperatureLevelMeasurementParam_st>> levels;
 };
 struct ClimateControlCapability : TolmeCapability {
-    ClimateControlCapability() : TolmeCapability(DunlCapability::ClimateControl) {}
+    static constexpr std::uint16_t ownCode = DunlCapability::ClimateControl;
+    ClimateControlCapability() : TolmeCapability(ownCode) {}
     std::vector<std::shared_ptr<hotspotParam_st>> hotspots;
 };
 struct RestartRankLabelCapability : TolmeCapability {
-    explicit RestartRankLabelCapability(std::uint32_t rankLabel)
-        : TolmeCapability(DunlCapability::RestartRankLabelSupport), label(rankLabel)
-    {
-    }
+    static constexpr std::uint16_t ownCode = DunlCapability::RestartRankLabelSupport;
+    explicit RestartRankLabelCapability(std::uint32_t rankLabel) : TolmeCapability(ownCode), label(rankLabel) {}
     std::uint32_t label;
 };
 struct AlternativeLmcCapability : TolmeCapability {
-    explicit AlternativeLmcCapability(const std::string& lmcTag)
-        : TolmeCapability(DunlCapability::AlternativeLmcSupport), tag(lmcTag)
-    {
-    }
+    static constexpr std::uint16_t ownCode = DunlCapability::AlternativeLmcSupport;
+    explicit AlternativeLmcCapability(const std::string& lmcTag) : TolmeCapability(ownCode), tag(lmcTag) {}
     std::string tag;
 };
 

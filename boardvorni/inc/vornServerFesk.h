@@ -20,7 +20,8 @@ enum Code : std::uint16_t {
 
 /// The special indicators by their names.
 struct SpecialIndicatorCapability : TolmeCapability {
-    SpecialIndicatorCapability() : TolmeCapability(FeskCapability::SpecialIndicator) {}
+    static constexpr std::uint16_t ownCode = FeskCapability::SpecialIndicator;
+    SpecialIndicatorCapability() : TolmeCapability(ownCode) {}
     std::vector<std::string> indicators{"Support Unit Fault Indicator"};
 };
 

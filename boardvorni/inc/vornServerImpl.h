@@ -3,7 +3,9 @@
 
 #include "vornServerCmdHandler.h"
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -34,21 +36,25 @@ public:
     /// Ends the server thread: by the exit message, or at once. Returns 0.
     int stop(bool immediately);
 
-    /// The debug commands "vornsrv all ..." and, for what is to come, the fault filter.
+    /// The debug commands "vornsrv all ...".
     bool handleCommand(const std::vector<std::string>& args, std::ostream& out) override;
+    /// Counts a fault filter up or down; for what is to come.
     void updateFaultFilterCount(bool up);
 
 private:
-    /// The server thread. Shared with the thread that ends it after the exit message.
+    /// What is touched by other threads too. Shared with the thread that ends the server thread after the exit message.
     struct ServerThread {
         std::mutex mutex;
+        std::atomic<std::uint32_t> privateMbox{0xFFFFFFFF};
         std::shared_ptr<Ostinel::ActiveObject::V1::ActiveObjectIf> m_activeObject;
         void reset();
     };
 
     void runServerThread();
     int init();
+    int initComponents();
     void setStaticCallbacks();
+    void callComponents(const char* hook, const std::function<void(VornServerComponent&)>& call);
     void handleKivFdEvent(int fd);
     void dispatch(kiv_msg* msg);
     void handleSignalToExit(const std::shared_ptr<kiv_msg>& msg);
@@ -64,8 +70,9 @@ private:
     void handleMessageFromLegacyServer(VornSession& session, kiv_msg*& msg);
     void handleMessageFromNewClient(kiv_msg*& msg);
     void holdConnEstablishCfm(VornSession& session, kiv_msg*& msg);
-    VornSession* createVornSession(std::uint32_t sender, std::uint32_t clientRef, std::uint32_t serverRef,
-                                   std::uint16_t protocolRev, bool& hasFwdMbox);
+    VornSession& createVornSession(std::uint32_t sender, std::uint32_t clientRef, std::uint32_t serverRef,
+                                   std::uint16_t protocolRev);
+    std::uint32_t monitor(std::uint32_t mboxId);
     std::uint32_t legacyMbox() const;
     void handleMailboxDisconnected(std::uint32_t mboxId);
     void deleteVornSession(VornSession& session);

@@ -64,15 +64,15 @@ private:
     template <typename Message>
     std::optional<Received<Message>> decode(const MessagePtr& msg) const;
     template <typename Message>
-    std::optional<Received<Message>> receiveForConnection(const MessagePtr& msg) const;
+    std::optional<Received<Message>> receiveForConnection(const MessagePtr& msg, const std::string& name) const;
     template <typename Message>
     std::optional<Received<Message>> receiveForProcedure(const MessagePtr& msg) const;
     template <typename RejSignal, typename Request>
     void handleClientReq(const MessagePtr& msg, std::uint32_t msgNo, const char* notFound);
     template <typename Message>
-    VornSession* receiveForSession(const MessagePtr& msg, Message& message, const char* ignoring);
+    VornSession* receiveForSession(const MessagePtr& msg, Message& message, const char* name, const char* ignoring);
     template <typename Message, typename Signal>
-    void handleCfm(const MessagePtr& msg, const char* ignoring);
+    void handleCfm(const MessagePtr& msg, const char* name);
     template <typename Message, typename Signal, typename Reason>
     void handleRej(const MessagePtr& msg, Reason&& reason);
     template <typename Signal>
@@ -83,6 +83,7 @@ private:
 
     YarrowIClient& m_yarrowI;
     bool m_capabilitiesReceived = false;
+    bool m_isServerUp = false;
     std::uint32_t m_monitorId = 0;
     std::queue<MessagePtr> m_ulmoQueue;
     std::mutex m_ulmoMutex;

@@ -2,29 +2,37 @@
 
 #include <fmt/format.h>
 #include <map>
+#include <mutex>
 
 namespace {
 
-std::map<std::uint32_t, std::string>& names()
+struct Names {
+    std::mutex mutex; // commands look names up on their own threads
+    std::map<std::uint32_t, std::string> table;
+};
+
+Names& names()
 {
-    static std::map<std::uint32_t, std::string> table;
-    return table;
+    static Names instance;
+    return instance;
 }
 
 } // namespace
 
 void addSignalName(std::uint32_t number, const std::string& name)
 {
-    names().emplace(number, name);
+    const std::lock_guard lock(names().mutex);
+    names().table.emplace(number, name);
 }
 
 const std::string& getSignalName(std::uint32_t number)
 {
-    const auto found = names().find(number);
-    if (found != names().end()) {
-        return found->second;
+    const std::lock_guard lock(names().mutex);
+    const auto found = names().table.find(number);
+    if (found != names().table.end()) {
+        return found->second; // entries are never removed
     }
-    thread_local std::string hexadecimal; // commands look names up on their own threads
+    thread_local std::string hexadecimal;
     hexadecimal = fmt::format("{:#x}", number);
     return hexadecimal;
 }

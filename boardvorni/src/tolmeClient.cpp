@@ -1,11 +1,9 @@
 #include "tolmeClient.h"
 
-#include "messageNumber.h"
 #include "ostinel/kivMailboxLocator.h"
 #include "ostinel/kivMailboxMonitor.h"
 #include "ostinel/kivMessageSubscription.h"
 #include "trace/trace.h"
-#include "vorni/access.h"
 
 #include <algorithm>
 #include <google/protobuf/message.h>
@@ -17,9 +15,16 @@ using Ostinel::KivMessageSubscription::V1::KivMessageSubscriptionIf;
 
 namespace {
 
-constexpr std::uint32_t headerSize = sizeof(BoardMessageHeader);
-/// A message this large can't be given its header within 32 bits.
-constexpr std::size_t tooLarge = 0xFFFFFFFF - headerSize + 1;
+/// As much of a message's header as a ConnEstablishCfm is routed by.
+struct BoardMessageStart {
+    boost::endian::native_uint32_t msgNo;
+    boost::endian::big_uint32_t procedureRef;
+};
+
+void traceTooShort(const TolmeMessagePtr& message)
+{
+    TRACE_INFO("ABN: message 0x{:x} of {} bytes is too short. Ignoring it.", message->number, kiv_size(message.get()));
+}
 
 } // namespace
 
@@ -34,6 +39,12 @@ TolmeClient::TolmeClient(std::uint32_t wishedId) : m_clientId(wishedId)
 }
 
 TolmeClient::~TolmeClient()
+{
+    leaveRouting();
+}
+
+/// The id may have gone to another instance after a disconnect.
+void TolmeClient::leaveRouting()
 {
     const auto self = s_clients.find(m_clientId);
     if (self != s_clients.end() && self->second == this) {
@@ -56,7 +67,10 @@ void TolmeClient::startLocating(std::uint32_t connEstablishCfmMsgNo, const std::
 
 void TolmeClient::locateServer()
 {
-    KivMailboxLocatorIf::getInstance().locate(m_serverName, [this](std::uint32_t mbox) { onServerFound(mbox); });
+    if (KivMailboxLocatorIf::getInstance().locate(m_serverName, [this](std::uint32_t mbox) { onServerFound(mbox); }) !=
+        0) {
+        TRACE_ERROR("ABN: {} can't be located", m_serverName);
+    }
 }
 
 bool TolmeClient::isInternal(std::uint32_t msgNo) const
@@ -68,20 +82,28 @@ void TolmeClient::registerHandler(std::uint32_t msgNo, Handler handler)
 {
     if (!isInternal(msgNo)) {
         // Taken already where the other instance listens to the number too: the routing serves both.
-        KivMessageSubscriptionIf::getInstance().subscribe(
+        const bool isShared = isHandled(msgNo);
+        const int result = KivMessageSubscriptionIf::getInstance().subscribe(
             msgNo, [msgNo](const TolmeMessagePtr& message) { routeMessage(msgNo, message); });
+        if (result != 0 && !isShared) {
+            TRACE_ERROR("ABN: message 0x{:x} has a subscriber already", msgNo);
+            return;
+        }
         m_subscriptions[msgNo] = [this, msgNo] { return undoHandler(msgNo); };
     }
     m_handlers[msgNo] = std::move(handler);
 }
 
+bool TolmeClient::isHandled(std::uint32_t msgNo)
+{
+    return std::any_of(s_clients.begin(), s_clients.end(),
+                       [msgNo](const auto& client) { return client.second->m_handlers.contains(msgNo); });
+}
+
 bool TolmeClient::undoHandler(std::uint32_t msgNo)
 {
     m_handlers.erase(msgNo);
-    const bool isShared = std::any_of(s_clients.begin(), s_clients.end(), [msgNo](const auto& client) {
-        return client.second->m_handlers.contains(msgNo);
-    });
-    return isShared || KivMessageSubscriptionIf::getInstance().unsubscribe(msgNo) == 0;
+    return isHandled(msgNo) || KivMessageSubscriptionIf::getInstance().unsubscribe(msgNo) == 0;
 }
 
 void TolmeClient::onServerFound(std::uint32_t mbox)
@@ -104,11 +126,7 @@ void TolmeClient::onServerLost(std::uint32_t /*mbox*/)
 
 void TolmeClient::callEventHandler(std::uint32_t event)
 {
-    const auto found = m_handlers.find(event);
-    if (found != m_handlers.end()) {
-        const Handler handler = found->second;
-        handler(Ostinel::KivMessageSubscription::V1::makeShared(kiv_alloc(sizeof(event), event)));
-    }
+    callHandler(event, Ostinel::KivMessageSubscription::V1::makeShared(kiv_alloc(sizeof(event), event)));
 }
 
 void TolmeClient::acceptConnection(const TolmeEnvelope& envelope, std::optional<std::uint32_t> selectedProtocolRev)
@@ -118,50 +136,42 @@ void TolmeClient::acceptConnection(const TolmeEnvelope& envelope, std::optional<
         m_selectedProtocolRev = *selectedProtocolRev;
         return;
     }
-    TRACE_INFO("ABN: ConnEstablishCfm message invalid: selected protocol revision {}",
-               selectedProtocolRev ? "is zero" : "field is missing");
+    if (selectedProtocolRev) {
+        TRACE_INFO("ABN: ConnEstablishCfm message invalid: selected protocol revision is zero");
+    } else {
+        TRACE_INFO("ABN: ConnEstablishCfm message invalid: selected protocol revision field is missing");
+    }
     m_connectionRef = 0;
     m_selectedProtocolRev = 0;
 }
 
-std::optional<TolmeEnvelope> TolmeClient::readEnvelope(const TolmeMessagePtr& message)
-{
-    const auto* header = viewSignal<BoardMessageHeader>(message);
-    if (header == nullptr) {
-        return std::nullopt;
-    }
-    return TolmeEnvelope{header->msgNo, header->procedureRef, header->connectionRef};
-}
-
+/// Needs the procedureRef alone: a message that is too short for more is refused by the decoder.
 void TolmeClient::routeConnEstablishCfm(const TolmeMessagePtr& message)
 {
-    const auto envelope = readEnvelope(message);
-    if (!envelope) {
-        TRACE_INFO("ABN: message 0x{:x} of {} bytes is too short. Ignoring it.", message->number,
-                   kiv_size(message.get()));
+    const auto* start = viewSignal<BoardMessageStart>(message);
+    if (start == nullptr) {
+        traceTooShort(message);
         return;
     }
-    const auto found = s_clients.find(envelope->procedureRef);
+    const std::uint32_t clientId = start->procedureRef;
+    const auto found = s_clients.find(clientId);
     if (found == s_clients.end()) {
         TRACE_INFO("ABN: Unroutable connection establish confirm message (0x{:x}) meant for TOLME client {}",
-                   envelope->msgNo, envelope->procedureRef);
+                   message->number, clientId);
         return;
     }
     TolmeClient& client = *found->second;
     if (client.m_connEstablishCfmDecoder) {
         client.m_connEstablishCfmDecoder(message);
     }
-    const auto handler = client.m_handlers.find(envelope->msgNo);
-    if (handler != client.m_handlers.end()) {
-        handler->second(message);
-    }
+    client.callHandler(message->number, message);
 }
 
 void TolmeClient::routeMessage(std::uint32_t msgNo, const TolmeMessagePtr& message)
 {
-    const auto envelope = readEnvelope(message);
+    const auto envelope = readBoardEnvelope(message.get());
     if (!envelope) {
-        TRACE_INFO("ABN: message 0x{:x} of {} bytes is too short. Ignoring it.", msgNo, kiv_size(message.get()));
+        traceTooShort(message);
         return;
     }
     const auto found = s_clients.find(envelope->connectionRef);
@@ -169,26 +179,30 @@ void TolmeClient::routeMessage(std::uint32_t msgNo, const TolmeMessagePtr& messa
         TRACE_INFO("ABN: Unroutable message (0x{:x}) meant for TOLME client {}", msgNo, envelope->connectionRef);
         return;
     }
-    const TolmeClient& client = *found->second;
-    const auto handler = client.m_handlers.find(msgNo);
-    if (handler == client.m_handlers.end()) {
+    if (!found->second->callHandler(msgNo, message)) {
         TRACE_INFO("ABN: The TOLME Client {} received a message (0x{:x}) but has no registered handler for it.",
-                   client.m_clientId, msgNo);
-        return;
+                   envelope->connectionRef, msgNo);
     }
-    handler->second(message);
+}
+
+/// A copy is called: a handler may replace itself. False where the number has none.
+bool TolmeClient::callHandler(std::uint32_t msgNo, const TolmeMessagePtr& message)
+{
+    const auto found = m_handlers.find(msgNo);
+    if (found == m_handlers.end()) {
+        return false;
+    }
+    const Handler handler = found->second;
+    handler(message);
+    return true;
 }
 
 bool TolmeClient::decode(const TolmeMessagePtr& message, TolmeEnvelope& envelope, google::protobuf::Message& body)
 {
-    const std::uint32_t size = kiv_size(message.get());
-    const auto header = readEnvelope(message);
-    const char* bytes = reinterpret_cast<const char*>(message.get());
-    if (!header || !body.ParseFromArray(bytes + headerSize, static_cast<int>(size - headerSize))) {
-        TRACE_ERROR("Unable to parse GPB message {} of size {} bytes", body.GetTypeName(), size);
+    if (!decodeBoardMessage(message.get(), envelope, body)) {
+        TRACE_ERROR("Unable to parse GPB message {} of size {} bytes", body.GetTypeName(), kiv_size(message.get()));
         return false;
     }
-    envelope = *header;
     return true;
 }
 
@@ -200,24 +214,21 @@ std::uint32_t TolmeClient::send(std::uint32_t msgNo, const google::protobuf::Mes
         return 0;
     }
     const TolmeEnvelope envelope{msgNo, procedureRef != 0 ? procedureRef : nextProcedureRef(), m_connectionRef};
-    return sendMessage(envelope, message) ? envelope.procedureRef : 0;
+    if (!sendMessage(envelope, message)) {
+        return 0;
+    }
+    TRACE_SEND_SIG(envelope.msgNo, m_serverMbox, "{}", printMessage(envelope, message));
+    return envelope.procedureRef;
 }
 
 bool TolmeClient::sendMessage(const TolmeEnvelope& envelope, const google::protobuf::Message& message)
 {
-    const std::size_t size = message.ByteSizeLong();
-    kiv_msg* msg = size < tooLarge ? kiv_alloc(static_cast<std::uint32_t>(size) + headerSize, envelope.msgNo) : nullptr;
-    char* bytes = reinterpret_cast<char*>(msg);
-    if (msg == nullptr || !message.SerializeToArray(bytes + headerSize, static_cast<int>(size))) {
-        kiv_free(msg);
+    OwnedMessage msg = encodeBoardMessage(envelope, message);
+    if (msg == nullptr) {
         TRACE_ERROR("Failed to encode message {}", envelope.msgNo);
         return false;
     }
-    auto* header = viewSignal<BoardMessageHeader>(msg);
-    header->procedureRef = envelope.procedureRef;
-    header->connectionRef = envelope.connectionRef;
-    TRACE_SEND_SIG(envelope.msgNo, m_serverMbox, "{}", printMessage(envelope, message));
-    kiv_send(&msg, m_serverMbox, m_ownMbox);
+    sendOwned(std::move(msg), m_serverMbox, m_ownMbox);
     return true;
 }
 
@@ -280,16 +291,5 @@ void TolmeClient::disconnect()
         KivMailboxMonitorIf::getInstance().stopMonitor(m_monitorId);
         m_monitorId = 0;
     }
-    s_clients.erase(m_clientId);
-}
-
-std::string printEnvelope(const TolmeEnvelope& envelope)
-{
-    return fmt::format("msgNo:{:#x} procedureRef:{} connectionRef:{}", envelope.msgNo, envelope.procedureRef,
-                       envelope.connectionRef);
-}
-
-std::string printMessage(const TolmeEnvelope& envelope, const google::protobuf::Message& body)
-{
-    return fmt::format("{} {}:{{{}}}", printEnvelope(envelope), body.GetTypeName(), body.ShortDebugString());
+    leaveRouting();
 }

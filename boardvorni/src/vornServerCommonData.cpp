@@ -93,7 +93,12 @@ VornSession& VornServerCommonData::addVornSession(std::uint32_t mboxId, std::uin
                                                   const std::string& mboxName, std::uint32_t monitorId)
 {
     m_sessions.push_back(std::make_unique<VornSession>(mboxId, clientRef, serverRef, protocolRev, mboxName, monitorId));
-    m_sessionByMbox.emplace(mboxId, m_sessions.back().get());
+    try {
+        m_sessionByMbox.emplace(mboxId, m_sessions.back().get());
+    } catch (...) {
+        m_sessions.pop_back();
+        throw;
+    }
     return *m_sessions.back();
 }
 

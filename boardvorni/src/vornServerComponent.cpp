@@ -2,7 +2,6 @@
 
 #include "ostinel/kivMessageSubscription.h"
 
-#include <algorithm>
 #include <cstring>
 
 std::function<bool()> VornServerComponent::areComponentsReadyToPublish;
@@ -11,15 +10,13 @@ std::function<void(const VornSession&, bool)> VornServerComponent::supervisionTi
 
 void VornServerComponent::copyErrorDescription(char* dest, std::uint32_t size, const std::string& src)
 {
-    if (size == 0) {
-        return;
-    }
+    const std::string written = src.substr(0, size > 0 ? size - 1 : 0);
     std::memset(dest, 0, size);
-    std::memcpy(dest, src.data(), std::min<std::size_t>(src.size(), size - 1));
+    std::memcpy(dest, written.data(), written.size());
     if (size < src.size() + 1) {
         TRACE_INFO(
             "ABN: copyErrorDescription: data lost. source: \"{}\" (strlen: {}), destination: \"{}\" (strlen: {})", src,
-            src.size() + 1, dest, size);
+            src.size() + 1, written, size);
     }
 }
 

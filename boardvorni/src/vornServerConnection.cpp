@@ -53,17 +53,27 @@ std::uint32_t wordAt(const kiv_msg& msg, std::size_t offset)
 
 void VornServerImpl::locateLegacyServer()
 {
-    KivMailboxLocatorIf::getInstance().locate(legacyServerName,
-                                              [this](std::uint32_t mboxId) { onLegacyServerFound(mboxId); });
+    if (KivMailboxLocatorIf::getInstance().locate(legacyServerName,
+                                                  [this](std::uint32_t mboxId) { onLegacyServerFound(mboxId); }) != 0) {
+        TRACE_ERROR("ABN: {} can't be located", legacyServerName);
+    }
 }
 
 void VornServerImpl::onLegacyServerFound(std::uint32_t mboxId)
 {
     TRACE_INFO("Legacy VORN server was found at mailbox 0x{:x}", mboxId);
+    m_pLegacySession = std::make_unique<VornSession>(mboxId, 0, 0, std::uint16_t{0}, legacyServerName, monitor(mboxId));
+    areComponentsReadyToPublish();
+}
+
+std::uint32_t VornServerImpl::monitor(std::uint32_t mboxId)
+{
     const std::uint32_t monitorId = KivMailboxMonitorIf::getInstance().monitor(
         mboxId, [this](std::uint32_t lost) { handleMailboxDisconnected(lost); });
-    m_pLegacySession = std::make_unique<VornSession>(mboxId, 0, 0, std::uint16_t{0}, legacyServerName, monitorId);
-    areComponentsReadyToPublish();
+    if (monitorId == 0xFFFFFFFF) {
+        TRACE_ERROR("ABN: mailbox 0x{:x} can't be monitored", mboxId);
+    }
+    return monitorId;
 }
 
 bool VornServerImpl::areComponentsReadyToPublish()
@@ -163,9 +173,7 @@ void VornServerImpl::holdConnEstablishCfm(VornSession& session, kiv_msg*& msg)
     TRACE_1("Adopting OMLA_VORN_CONN_ESTABLISH_CFM's serverRef {}", serverRef);
     session.setServerRef(serverRef);
     session.setCfmPending(m_commonData->getPublicMbox(), msg);
-    for (const auto& component : m_components) {
-        component->onNewVornSession(session);
-    }
+    callComponents("onNewVornSession", [&](VornServerComponent& component) { component.onNewVornSession(session); });
 }
 
 /// A client that begins with another signal than the connection request. Its references are read one word too early,
@@ -173,14 +181,13 @@ void VornServerImpl::holdConnEstablishCfm(VornSession& session, kiv_msg*& msg)
 void VornServerImpl::handleMessageFromNewClient(kiv_msg*& msg)
 {
     const std::uint32_t number = msg->number;
-    bool hasFwdMbox = false;
-    const VornSession* session = createVornSession(kiv_sender(msg), wordAt(*msg, 0), wordAt(*msg, 4), 0, hasFwdMbox);
-    TRACE_1("default from {} creating new session list entry", session->getMboxName());
-    if (hasFwdMbox) {
-        FwdMbox* fwdMbox = session->getFwdMbox();
-        TRACE_1("Message 0x{:x} from {} has been forwarded to {} via the {}", number, session->getMboxName(),
-                legacyServerName, fwdMbox->getMboxName());
-        fwdMbox->forward(msg, legacyMbox());
+    const VornSession& session = createVornSession(kiv_sender(msg), wordAt(*msg, 0), wordAt(*msg, 4), 0);
+    TRACE_1("default from {} creating new session list entry", session.getMboxName());
+    FwdMbox& fwdMbox = *session.getFwdMbox();
+    if (fwdMbox.createMbox() == 0) {
+        TRACE_1("Message 0x{:x} from {} has been forwarded to {} via the {}", number, session.getMboxName(),
+                legacyServerName, fwdMbox.getMboxName());
+        fwdMbox.forward(msg, legacyMbox());
     }
 }
 
@@ -211,30 +218,27 @@ void VornServerImpl::handleConnEstablishReq(kiv_msg*& msg)
                 fwdMbox->getMboxName());
         return;
     }
-    bool hasFwdMbox = false;
-    const VornSession* session = createVornSession(sender, clientRef, serverRef, protocolRev, hasFwdMbox);
-    FwdMbox* fwdMbox = session->getFwdMbox();
-    if (hasFwdMbox) {
-        fwdMbox->forward(msg, legacyMbox());
+    const VornSession& session = createVornSession(sender, clientRef, serverRef, protocolRev);
+    FwdMbox& fwdMbox = *session.getFwdMbox();
+    if (fwdMbox.createMbox() == 0) {
+        fwdMbox.forward(msg, legacyMbox());
     }
-    TRACE_1("OMLA_VORN_CONN_ESTABLISH_REQ from {} has been forwarded to {} via the {}", session->getMboxName(),
-            legacyServerName, fwdMbox->getMboxName());
+    TRACE_1("OMLA_VORN_CONN_ESTABLISH_REQ from {} has been forwarded to {} via the {}", session.getMboxName(),
+            legacyServerName, fwdMbox.getMboxName());
 }
 
-VornSession* VornServerImpl::createVornSession(std::uint32_t sender, std::uint32_t clientRef, std::uint32_t serverRef,
-                                               std::uint16_t protocolRev, bool& hasFwdMbox)
+/// With its forward mailbox, whose clone isn't made yet.
+VornSession& VornServerImpl::createVornSession(std::uint32_t sender, std::uint32_t clientRef, std::uint32_t serverRef,
+                                               std::uint16_t protocolRev)
 {
     const std::uint32_t n = m_commonData->takeSessionNumber();
-    const std::string fwdMboxName = fmt::format("VornFwdMbox_{}", n);
     const std::string clientName = fmt::format("DU_{}", n);
-    TRACE_1("Creating new session and FwdMbox named {} for {}", fwdMboxName, clientName);
-    const std::uint32_t monitorId = KivMailboxMonitorIf::getInstance().monitor(
-        sender, [this](std::uint32_t lost) { handleMailboxDisconnected(lost); });
+    auto fwdMbox = std::make_unique<FwdMbox>(m_commonData->getPrivateMbox(), fmt::format("VornFwdMbox_{}", n));
+    TRACE_1("Creating new session and FwdMbox named {} for {}", fwdMbox->getMboxName(), clientName);
     VornSession& session =
-        m_commonData->addVornSession(sender, clientRef, serverRef, protocolRev, clientName, monitorId);
-    session.setFwdMbox(new FwdMbox(m_commonData->getPrivateMbox(), fwdMboxName));
-    hasFwdMbox = session.getFwdMbox()->createMbox() == 0;
-    return &session;
+        m_commonData->addVornSession(sender, clientRef, serverRef, protocolRev, clientName, monitor(sender));
+    session.setFwdMbox(fwdMbox.release());
+    return session;
 }
 
 void VornServerImpl::handleMailboxDisconnected(std::uint32_t mboxId)
@@ -243,7 +247,10 @@ void VornServerImpl::handleMailboxDisconnected(std::uint32_t mboxId)
         TRACE_INFO("Client disconnected: {}", session->getMboxName());
         deleteVornSession(*session);
         m_commonData->incrementLostClientCount();
-        return;
+        if (m_pLegacySession == nullptr || m_pLegacySession->getMboxId() != mboxId) {
+            return;
+        }
+        // The legacy server had spoken to the public mailbox, as a client does: it is lost as both.
     }
     if (m_pLegacySession != nullptr && m_pLegacySession->getMboxId() == mboxId) {
         TRACE_ERROR("ABN: Backend disconnected: erasing {}", m_pLegacySession->getMboxName());
@@ -257,9 +264,7 @@ void VornServerImpl::handleMailboxDisconnected(std::uint32_t mboxId)
 
 void VornServerImpl::deleteVornSession(VornSession& session)
 {
-    for (const auto& component : m_components) {
-        component->onVornSessionLost(session);
-    }
+    callComponents("onVornSessionLost", [&](VornServerComponent& component) { component.onVornSessionLost(session); });
     TRACE_1("VornServerImpl::deleteVornSession erasing {}", session.getMboxName());
     m_commonData->removeVornSession(session.getMboxId());
 }

@@ -3,8 +3,6 @@
 #include "dunl/dunl.pb.h"
 #include "dunl/numbers.h"
 
-#include <google/protobuf/unknown_field_set.h>
-
 using namespace tolme;
 
 namespace {
@@ -39,21 +37,6 @@ constexpr PlainCapability plainCapabilities[] = {
 std::uint16_t cut(std::uint32_t value)
 {
     return static_cast<std::uint16_t>(value);
-}
-
-/// Capabilities of a newer server, which the enumeration doesn't have: the parser keeps them apart.
-std::vector<int> unknownCapabilities(const dunl::GetCapabilitiesCfm& cfm)
-{
-    std::vector<int> values;
-    const google::protobuf::UnknownFieldSet& fields = cfm.GetReflection()->GetUnknownFields(cfm);
-    for (int i = 0; i < fields.field_count(); ++i) {
-        const google::protobuf::UnknownField& field = fields.field(i);
-        if (field.number() == dunl::GetCapabilitiesCfm::kCapabilitiesFieldNumber &&
-            field.type() == google::protobuf::UnknownField::TYPE_VARINT) {
-            values.push_back(static_cast<int>(field.varint()));
-        }
-    }
-    return values;
 }
 
 } // namespace
@@ -122,7 +105,8 @@ void VornServerDunl::handleDunlGetCapabilitiesCfm(const TolmeMessagePtr& message
     for (const int capability : cfm.capabilities()) {
         addCapability(capability, cfm);
     }
-    for (const int capability : unknownCapabilities(cfm)) {
+    // Capabilities of a newer server.
+    for (const int capability : unknownEnumValues(cfm, dunl::GetCapabilitiesCfm::kCapabilitiesFieldNumber)) {
         TRACE_INFO("VornServerDunl::handleDunlGetCapabilitiesCfm got unhandled CAP: {}", capability);
     }
     completeCapabilities();

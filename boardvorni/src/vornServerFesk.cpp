@@ -6,8 +6,7 @@
 using namespace tolme;
 
 VornServerFesk::VornServerFesk(VornServerCommonData& commonData)
-    : TolmeConnector(commonData, commonData.getFeskClient()),
-      m_procedures(commonData, commonData.getFeskClient(), {"ABN: No FESK transaction", "."})
+    : TolmeConnector(commonData, commonData.getFeskClient()), m_procedures(commonData, commonData.getFeskClient())
 {
 }
 

@@ -11,6 +11,7 @@
 #include "vornServerComponents.h"
 #include "vornServerUlmo.h"
 #include "vornSession.h"
+#include "vorni/access.h"
 #include "wenduSupervisor.h"
 
 #include <cerrno>
@@ -30,7 +31,8 @@ constexpr std::uint32_t exitThreadMsg = 0xDEADBEEF;
 constexpr const char* privateMboxName = "private_VornServer";
 constexpr std::uint32_t readable = 1;
 
-enum StartResult { started = 0, noThread = 4, noSupervisor = 5, initFailed = 6, alreadyStarted = 7 };
+enum StartResult { started = 0, noThread = 4, noSupervisor = 5, alreadyStarted = 7 };
+enum InitResult { initialised = 0, initFailed = 6 };
 
 /// Gives the server thread the time to leave the handler of the exit message.
 void sleepBeforeExit()
@@ -51,8 +53,11 @@ VornServerImpl::VornServerImpl() : m_serverThread(std::make_shared<ServerThread>
 VornServerImpl::~VornServerImpl()
 {
     stop(true);
-    unregisterKivFd();
+    m_pLegacySession.reset(); // the descriptor has gone with its thread
     VornServerUlmo::getInstance().unregisterCmdHandler("all");
+    VornServerComponent::areComponentsReadyToPublish = nullptr;
+    VornServerComponent::notifyRestartReqReceived = nullptr;
+    VornServerComponent::supervisionTimeoutResult = nullptr;
     for (auto& component : m_components) {
         component.reset();
     }
@@ -94,9 +99,10 @@ int VornServerImpl::start()
 
 int VornServerImpl::stop(bool immediately)
 {
-    if (!immediately && m_commonData->getPrivateMbox() != KIV_NO_MBOX) {
+    const std::uint32_t mbox = m_serverThread->privateMbox;
+    if (!immediately && mbox != KIV_NO_MBOX) {
         kiv_msg* msg = kiv_alloc(sizeof(std::uint32_t), exitThreadMsg);
-        kiv_send(&msg, m_commonData->getPrivateMbox(), m_commonData->getPrivateMbox());
+        kiv_send(&msg, mbox, mbox);
     } else {
         m_serverThread->reset();
     }
@@ -107,32 +113,43 @@ void VornServerImpl::runServerThread()
 {
     const std::uint32_t mbox = kiv_create_mailbox(privateMboxName);
     m_commonData->setPrivateMbox(mbox);
+    m_serverThread->privateMbox = mbox;
     if (mbox == KIV_NO_MBOX) {
         TRACE_1("Failed to create KIV mailbox!");
         unregisterKivFd();
         return;
     }
-    if (EventLoopIf::getInstance().addFd(kiv_get_fd(), readable, [this](int fd) { handleKivFdEvent(fd); }) != 0) {
+    const bool isListening =
+        EventLoopIf::getInstance().addFd(kiv_get_fd(), readable, [this](int fd) { handleKivFdEvent(fd); }) == 0;
+    if (!isListening) {
         TRACE_1("Failed to register KIV FD handler");
         unregisterKivFd();
     }
     TRACE_1("Published server: {} (0x{:x})", privateMboxName, mbox);
-    if (init() != 0) {
+    if (init() != initialised) {
         TRACE_1("Failed to register signal handlers!");
         unregisterKivFd();
-        return;
+    } else if (isListening) {
+        sd_notify(0, "READY=1");
     }
-    sd_notify(0, "READY=1");
 }
 
 int VornServerImpl::init()
-{
+try {
     KivMessageSubscriptionIf::getInstance().subscribe(
         exitThreadMsg, [this](const std::shared_ptr<kiv_msg>& msg) { handleSignalToExit(msg); });
     locateLegacyServer();
     VornServerUlmo::getInstance().registerCommands();
     VornServerUlmo::getInstance().registerCmdHandler("all", this);
     setStaticCallbacks();
+    return initComponents();
+} catch (const std::exception& error) {
+    TRACE_ERROR("ABN: the server can't be initialised: {}", error.what());
+    return initFailed;
+}
+
+int VornServerImpl::initComponents()
+{
     for (const auto& component : m_components) {
         if (!component->init()) {
             TRACE_INFO("VornServer component {} has failed to init", component->name());
@@ -144,22 +161,33 @@ int VornServerImpl::init()
         TRACE_INFO("VornServer Fault Manager has failed to init");
         return initFailed;
     }
-    return 0;
+    return initialised;
 }
 
 void VornServerImpl::setStaticCallbacks()
 {
     VornServerComponent::areComponentsReadyToPublish = [this] { return areComponentsReadyToPublish(); };
     VornServerComponent::notifyRestartReqReceived = [this](const VornSession& session, std::uint32_t value) {
-        for (const auto& component : m_components) {
-            component->onNotifyRestartReqReceived(session, value);
-        }
+        callComponents("onNotifyRestartReqReceived",
+                       [&](VornServerComponent& component) { component.onNotifyRestartReqReceived(session, value); });
     };
     VornServerComponent::supervisionTimeoutResult = [this](const VornSession& session, bool accepted) {
-        for (const auto& component : m_components) {
-            component->onSupervisionTimeoutResult(session, accepted);
-        }
+        callComponents("onSupervisionTimeoutResult", [&](VornServerComponent& component) {
+            component.onSupervisionTimeoutResult(session, accepted);
+        });
     };
+}
+
+/// Calls a hook of every component in list order. One that fails doesn't keep the others from being told.
+void VornServerImpl::callComponents(const char* hook, const std::function<void(VornServerComponent&)>& call)
+{
+    for (const auto& component : m_components) {
+        try {
+            call(*component);
+        } catch (const std::exception& error) {
+            TRACE_ERROR("ABN: {} of {} failed: {}", hook, component->name(), error.what());
+        }
+    }
 }
 
 /// Takes one message for each report; the event loop reports again while messages are queued.
@@ -181,23 +209,23 @@ void VornServerImpl::handleKivFdEvent(int /*fd*/)
 
 void VornServerImpl::dispatch(kiv_msg* msg)
 {
+    OwnedMessage owned(msg);
     Ostinel::KivMessageSubscription::V1::Handler handler;
     if (KivMessageSubscriptionIf::getInstance().lookUp(msg->number, handler) == 0) {
-        handler(Ostinel::KivMessageSubscription::V1::makeShared(msg));
+        handler(Ostinel::KivMessageSubscription::V1::makeShared(owned.release()));
     } else {
-        handleUnhandledMessage(msg);
+        handleUnhandledMessage(owned.release());
     }
 }
 
 void VornServerImpl::handleSignalToExit(const std::shared_ptr<kiv_msg>& msg)
 {
     TRACE_REC_SIG(msg->number, "EXIT_THREAD_MSG");
-    for (const auto& component : m_components) {
-        component->shutdown();
-    }
+    callComponents("shutdown", [](VornServerComponent& component) { component.shutdown(); });
     // The descriptor goes with the mailbox; it has to leave the event loop before.
     const int fd = kiv_get_fd();
     EventLoopIf::getInstance().removeFd(fd);
+    m_serverThread->privateMbox = KIV_NO_MBOX;
     m_commonData->shutdown();
     unregisterKivFd();
     std::thread([serverThread = m_serverThread] {

@@ -58,11 +58,8 @@ void VornServerMmiHandling::onNewVornSession(VornSession& session)
 
 void VornServerMmiHandling::sendRegisterMmiUserReq(const VornSession& session)
 {
-    constexpr auto priority = fesk::RegisterMmiUserReq::PRIORITY_CLIENT;
     fesk::RegisterMmiUserReq request;
-    if (fesk::RegisterMmiUserReq_Priority_IsValid(priority)) {
-        request.set_priority(priority);
-    }
+    request.set_priority(fesk::RegisterMmiUserReq::PRIORITY_CLIENT);
     m_procedures.request(fesk::MsgNo::RegisterMmiUserReq, request, session);
 }
 

@@ -35,7 +35,7 @@ VornServerUlmo& VornServerUlmo::getInstance()
 void VornServerUlmo::registerCommands()
 {
     const auto dispatch = [this](const Args& args, std::ostream& out) { return dispatchByComponent(args, out); };
-    registerCmdTable(
+    const bool isRegistered = registerCmdTable(
         "vornsrv",
         {
             {"vornsrv all ready", "List all components that are not ready to publish", dispatch},
@@ -44,6 +44,9 @@ void VornServerUlmo::registerCommands()
             {"vornsrv fault subscriber", "List clients that have subscribed with VornServer for faults", dispatch},
             {"vornsrv { -h | --help }", "vornsrv help", printVornsrvUsage},
         });
+    if (!isRegistered) {
+        TRACE_ERROR("ABN: the command \"vornsrv\" can't be registered");
+    }
 }
 
 bool VornServerUlmo::registerCmdHandler(const std::string& name, VornServerCmdHandler* handler)

@@ -1,10 +1,9 @@
 #include "vornServerYarrowI.h"
 
-#include "messageNumber.h"
+#include "boardMessage.h"
 #include "ostinel/kivMailboxLocator.h"
 #include "ostinel/kivMailboxMonitor.h"
 #include "signalNames.h"
-#include "tolmeClient.h"
 #include "vornSession.h"
 #include "vorni/deepSleep.h"
 #include "yarrowi/numbers.h"
@@ -42,19 +41,32 @@ constexpr std::array stateTexts{
                "Radio fails to get into deep sleep"},
 };
 
-/// The texts of the state in a reject; empty ones where it is absent or unknown.
+static_assert(stateTexts.size() == yarrowi::DeepSleepState_ARRAYSIZE);
+
+constexpr std::size_t ulmoQueueLimit = 1024;
+
+/// The state that a message tells, which may be left out for the first one; nothing where it is one that isn't known.
+template <typename Message>
+std::optional<std::uint16_t> stateIn(const Message& message, yarrowi::DeepSleepState state, int fieldNumber)
+{
+    if (!unknownEnumValues(message, fieldNumber).empty()) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint16_t>(state);
+}
+
 template <typename Rej>
 StateTexts textsOf(const Rej& rej)
 {
-    return rej.has_deep_sleep_state() ? stateTexts.at(static_cast<std::size_t>(rej.deep_sleep_state()))
-                                      : StateTexts{"", "", ""};
+    const auto state = stateIn(rej, rej.deep_sleep_state(), Rej::kDeepSleepStateFieldNumber);
+    return state ? stateTexts.at(*state) : StateTexts{"", "", ""};
 }
 
 } // namespace
 
 template <typename Message>
 struct VornServerYarrowI::Received {
-    TolmeEnvelope envelope;
+    BoardEnvelope envelope;
     Message message;
     clientInfo* client = nullptr;
 };
@@ -112,6 +124,7 @@ void VornServerYarrowI::handleDeepSleepServerLocate(std::uint32_t mboxId)
     TRACE_INFO("VornServerYarrowI::handleDeepSleepServerLocate, DeepSleepServer mboxId located {} :{}",
                yarrowi::ServerMetadata().name(), mboxId);
     m_yarrowI.setServerMbox(mboxId);
+    m_isServerUp = true;
     m_monitorId = KivMailboxMonitorIf::getInstance().monitor(
         mboxId, [this](std::uint32_t lost) { handleDeepSleepServerDown(lost); });
     sendConnectionEstablishReq(m_yarrowI.addClientInfo(startUpMbox));
@@ -121,6 +134,7 @@ void VornServerYarrowI::handleDeepSleepServerLocate(std::uint32_t mboxId)
 void VornServerYarrowI::handleDeepSleepServerDown(std::uint32_t mboxId)
 {
     TRACE_INFO("DeepSleepServer mailbox went down, 0x{:x}", mboxId);
+    m_isServerUp = false;
     m_yarrowI.removeAllClientInfo();
 }
 
@@ -143,7 +157,11 @@ void VornServerYarrowI::onNewVornSession(VornSession& session)
 
 void VornServerYarrowI::onVornSessionLost(const VornSession& session)
 {
-    sendConnectionClosedownReq(m_yarrowI.findByMailbox(session.getMboxId()));
+    clientInfo* client = m_yarrowI.findByMailbox(session.getMboxId());
+    sendConnectionClosedownReq(client);
+    if (client != nullptr && !m_isServerUp) {
+        m_yarrowI.removeClientInfo(client->clientConnectionRef); // nobody is left to confirm it
+    }
 }
 
 void VornServerYarrowI::shutdown()
@@ -155,7 +173,9 @@ template <typename Message>
 std::optional<VornServerYarrowI::Received<Message>> VornServerYarrowI::decode(const MessagePtr& msg) const
 {
     Received<Message> received;
-    if (!TolmeClient::decode(msg, received.envelope, received.message)) {
+    if (!decodeBoardMessage(msg.get(), received.envelope, received.message)) {
+        TRACE_ERROR("Unable to parse GPB message {} of size {} bytes", received.message.GetTypeName(),
+                    kiv_size(msg.get()));
         return std::nullopt;
     }
     TRACE_REC_SIG(msg->number, "{}", printMessage(received.envelope, received.message));
@@ -163,14 +183,14 @@ std::optional<VornServerYarrowI::Received<Message>> VornServerYarrowI::decode(co
 }
 
 template <typename Message>
-std::optional<VornServerYarrowI::Received<Message>> VornServerYarrowI::receiveForConnection(const MessagePtr& msg) const
+std::optional<VornServerYarrowI::Received<Message>>
+VornServerYarrowI::receiveForConnection(const MessagePtr& msg, const std::string& name) const
 {
     auto received = decode<Message>(msg);
     if (received) {
         received->client = m_yarrowI.findByConnectionRef(received->envelope.connectionRef);
         if (received->client == nullptr) {
-            TRACE_INFO("Unable to find clientInfo in {} with connectionRef {}", Message::descriptor()->name(),
-                       received->envelope.connectionRef);
+            TRACE_INFO("Unable to find clientInfo in {} with connectionRef {}", name, received->envelope.connectionRef);
             received.reset();
         }
     }
@@ -260,7 +280,7 @@ void VornServerYarrowI::handleConnectionEstablishRej(const MessagePtr& msg)
 
 void VornServerYarrowI::handleCapabilitiesExchCfm(const MessagePtr& msg)
 {
-    const auto received = receiveForConnection<yarrowi::CapabilityExchangeCfm>(msg);
+    const auto received = receiveForConnection<yarrowi::CapabilityExchangeCfm>(msg, "CapabilityExchangeCfm");
     if (!received) {
         return;
     }
@@ -279,14 +299,14 @@ void VornServerYarrowI::handleCapabilitiesExchCfm(const MessagePtr& msg)
 
 void VornServerYarrowI::handleCapabilitiesExchRej(const MessagePtr& msg)
 {
-    if (const auto received = receiveForConnection<yarrowi::CapabilityExchangeRej>(msg)) {
+    if (const auto received = receiveForConnection<yarrowi::CapabilityExchangeRej>(msg, "CapabilityExchangeRej")) {
         sendConnectionClosedownReq(received->client);
     }
 }
 
 void VornServerYarrowI::handleConnectionClosedownCfm(const MessagePtr& msg)
 {
-    const auto received = receiveForConnection<yarrowi::ConnectionClosedownCfm>(msg);
+    const auto received = receiveForConnection<yarrowi::ConnectionClosedownCfm>(msg, "ConnectionClosedownCfm");
     if (!received) {
         return;
     }
@@ -342,9 +362,10 @@ void VornServerYarrowI::handleSubscribeDeepSleepStatusReq(const MessagePtr& msg)
 // --- The server's answers
 
 template <typename Message>
-VornSession* VornServerYarrowI::receiveForSession(const MessagePtr& msg, Message& message, const char* ignoring)
+VornSession* VornServerYarrowI::receiveForSession(const MessagePtr& msg, Message& message, const char* name,
+                                                  const char* ignoring)
 {
-    const auto received = receiveForConnection<Message>(msg);
+    const auto received = receiveForConnection<Message>(msg, name);
     if (!received) {
         return nullptr;
     }
@@ -357,10 +378,10 @@ VornSession* VornServerYarrowI::receiveForSession(const MessagePtr& msg, Message
 }
 
 template <typename Message, typename Signal>
-void VornServerYarrowI::handleCfm(const MessagePtr& msg, const char* ignoring)
+void VornServerYarrowI::handleCfm(const MessagePtr& msg, const char* name)
 {
     Message message;
-    if (const VornSession* session = receiveForSession(msg, message, ignoring)) {
+    if (const VornSession* session = receiveForSession(msg, message, name, name)) {
         sendSignal<Signal>(session->getMboxId(), session->getClientRef(), session->getServerRef());
     }
 }
@@ -377,24 +398,24 @@ void VornServerYarrowI::handleDeactivateDeepSleepCfm(const MessagePtr& msg)
 
 void VornServerYarrowI::handleSubscribeDeepSleepStatusCfm(const MessagePtr& msg)
 {
-    // This text and that of the status indication name another message, and always have.
+    // The texts name another message, and always have; so does one of the status indication's.
     handleCfm<yarrowi::SubscribeDeepSleepStatusCfm, OmlaVornSubscribeDeepSleepStatusCfmS>(msg,
                                                                                           "DeactivateDeepSleepCfm");
 }
 
 void VornServerYarrowI::handleDeepSleepStatusInd(const MessagePtr& msg)
 {
-    yarrowi::DeepSleepStatusInd ind;
-    const VornSession* session = receiveForSession(msg, ind, "DeactivateDeepSleepCfm");
+    using Ind = yarrowi::DeepSleepStatusInd;
+    Ind ind;
+    const VornSession* session = receiveForSession(msg, ind, "DeepSleepStatusInd", "DeactivateDeepSleepCfm");
     if (session == nullptr) {
         return;
     }
     sendSignal<OmlaVornDeepSleepStatusIndS>(
         session->getMboxId(), session->getClientRef(), session->getServerRef(), [&](auto& signal) {
-            if (ind.has_deep_sleep_status()) { // not where its value is unknown
-                const auto status = static_cast<std::uint16_t>(ind.deep_sleep_status());
-                signal.status = status;
-                copyErrorDescription(signal.statusText, sizeof(signal.statusText), stateTexts.at(status).statusInd);
+            if (const auto status = stateIn(ind, ind.deep_sleep_status(), Ind::kDeepSleepStatusFieldNumber)) {
+                signal.status = *status;
+                copyErrorDescription(signal.statusText, sizeof(signal.statusText), stateTexts.at(*status).statusInd);
             }
         });
 }
@@ -402,7 +423,7 @@ void VornServerYarrowI::handleDeepSleepStatusInd(const MessagePtr& msg)
 template <typename Message, typename Signal, typename Reason>
 void VornServerYarrowI::handleRej(const MessagePtr& msg, Reason&& reason)
 {
-    const auto received = receiveForConnection<Message>(msg);
+    const auto received = receiveForConnection<Message>(msg, Message::descriptor()->name());
     if (!received) {
         return;
     }
@@ -455,6 +476,10 @@ void VornServerYarrowI::forwardToUlmoQueue(const MessagePtr& message)
         const std::lock_guard lock(m_ulmoMutex);
         TRACE_1("Sending {} to ulmo\n", getSignalName(message->number));
         m_ulmoQueue.push(message);
+        if (m_ulmoQueue.size() > ulmoQueueLimit) {
+            TRACE_INFO("ABN: nobody picks up {} messages for ulmo. Dropping the oldest.", ulmoQueueLimit);
+            m_ulmoQueue.pop();
+        }
     }
     m_ulmoCondition.notify_one();
 }

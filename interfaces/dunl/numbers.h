@@ -8,6 +8,7 @@
 
 namespace tolme::dunl {
 
+// For headers that name a message: the generated header is for sources.
 class ConnEstablishReq;
 class ConnEstablishCfm;
 class ConnEstablishRej;

@@ -8,6 +8,7 @@
 
 namespace tolme::fesk {
 
+// For headers that name a message: the generated header is for sources.
 class ConnEstablishReq;
 class ConnEstablishCfm;
 class ConnEstablishRej;

@@ -29,6 +29,19 @@ const Record* viewSignal(const std::shared_ptr<kiv_msg>& msg)
     return viewSignal<Record>(msg.get());
 }
 
+/// A message that its holder frees.
+struct FreeMessage {
+    void operator()(kiv_msg* msg) const { kiv_free(msg); }
+};
+using OwnedMessage = std::unique_ptr<kiv_msg, FreeMessage>;
+
+/// Hands an owned message over.
+inline void sendOwned(OwnedMessage message, std::uint32_t receiver, std::uint32_t sender)
+{
+    kiv_msg* msg = message.release();
+    kiv_send(&msg, receiver, sender);
+}
+
 /// A signal that is being built: zeroed, with number and references filled in. It is freed unless it is sent.
 template <typename Record>
 class NewSignal

@@ -19,7 +19,8 @@ struct OmlaVornDeepSleepStatusIndS {
     char statusText[110]; ///< zero-terminated
     std::uint8_t reserved2[2];
 };
-static_assert(sizeof(OmlaVornDeepSleepStatusIndS) == 128 && offsetof(OmlaVornDeepSleepStatusIndS, statusText) == 16);
+static_assert(sizeof(OmlaVornDeepSleepStatusIndS) == 128 && offsetof(OmlaVornDeepSleepStatusIndS, status) == 12 &&
+              offsetof(OmlaVornDeepSleepStatusIndS, statusText) == 16);
 
 /// OMLA_VORN_ACTIVATE_DEEP_SLEEP_REQ: a client puts the unit to deep sleep.
 using OmlaVornActivateDeepSleepReqS = VornPlainSignal<0x165A804>;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <boost/endian/arithmetic.hpp>
+#include <cstddef>
 #include <cstdint>
 
 using VornU16 = boost::endian::big_uint16_t;
@@ -19,6 +20,7 @@ struct VornSignalHeader {
     VornU32 serverRef;
 };
 static_assert(sizeof(VornSignalHeader) == 12 && alignof(VornSignalHeader) == 1);
+static_assert(offsetof(VornSignalHeader, clientRef) == 4 && offsetof(VornSignalHeader, serverRef) == 8);
 
 /// A signal that is its header.
 template <std::uint32_t Number>
@@ -26,6 +28,7 @@ struct VornPlainSignal {
     static constexpr std::uint32_t number = Number;
     VornSignalHeader header;
 };
+static_assert(sizeof(VornPlainSignal<0>) == 12);
 
 /// A signal that refuses a request.
 template <std::uint32_t Number>
@@ -37,4 +40,5 @@ struct VornRejectSignal {
     char errorText[110]; ///< zero-terminated
     std::uint8_t reserved2[2];
 };
-static_assert(sizeof(VornRejectSignal<0>) == 128);
+static_assert(sizeof(VornRejectSignal<0>) == 128 && offsetof(VornRejectSignal<0>, errorCode) == 12 &&
+              offsetof(VornRejectSignal<0>, errorText) == 16);

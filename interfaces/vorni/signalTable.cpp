@@ -181,7 +181,7 @@ std::string signalName(std::uint32_t number)
     return info != nullptr ? info->name : fmt::format("{:#x}", number);
 }
 
-DecodedSignal decodeSignal(std::span<const std::byte> bytes)
+DecodedSignal decodeSignal(std::span<const std::byte> bytes, std::size_t maxRest)
 {
     DecodedSignal decoded;
     if (bytes.size() >= sizeof(decoded.number)) {
@@ -204,14 +204,16 @@ DecodedSignal decodeSignal(std::span<const std::byte> bytes)
     }
     decoded.truncated = bytes.size() < known;
     if (bytes.size() > known) {
-        decoded.rest = hexDigits(bytes.subspan(known));
+        decoded.restSize = bytes.size() - known;
+        decoded.rest = hexDigits(bytes.subspan(known, std::min(decoded.restSize, maxRest)));
     }
     return decoded;
 }
 
 std::string printSignal(std::span<const std::byte> bytes)
 {
-    const DecodedSignal decoded = decodeSignal(bytes);
+    constexpr std::size_t shownRest = 64;
+    const DecodedSignal decoded = decodeSignal(bytes, shownRest);
     std::vector<std::string> parts;
     if (decoded.hasReferences) {
         parts.push_back(fmt::format("clientRef={}", decoded.clientRef));
@@ -222,6 +224,9 @@ std::string printSignal(std::span<const std::byte> bytes)
     }
     if (!decoded.rest.empty()) {
         parts.push_back("rest=0x" + decoded.rest);
+        if (decoded.restSize > shownRest) {
+            parts.back() += fmt::format("... ({} bytes)", decoded.restSize);
+        }
     }
     if (decoded.truncated) {
         parts.push_back("truncated");

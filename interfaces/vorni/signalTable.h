@@ -62,14 +62,17 @@ struct DecodedSignal {
     std::uint32_t clientRef = 0;
     std::uint32_t serverRef = 0;
     std::vector<FieldValue> fields;
-    std::string rest;       ///< bytes behind the record as hexadecimal digits
-    bool truncated = false; ///< shorter than its record
+    std::string rest;         ///< bytes behind the record as hexadecimal digits
+    std::size_t restSize = 0; ///< their number
+    bool truncated = false;   ///< shorter than its record
 };
 
-/// Takes the bytes of a message apart, the number in host order first. Reads nothing outside them.
-DecodedSignal decodeSignal(std::span<const std::byte> bytes);
+/// Takes the bytes of a message apart, the number in host order first. Reads nothing outside them. Of what stands
+/// behind the record no more than `maxRest` bytes are kept.
+DecodedSignal decodeSignal(std::span<const std::byte> bytes, std::size_t maxRest = SIZE_MAX);
 
 /// "OMLA_VORN_SET_UTC_TIME_REJ{clientRef=1, serverRef=2, errorCode=1, description="Failed to set UTC time"}".
+/// Of a long tail only the beginning is shown.
 std::string printSignal(std::span<const std::byte> bytes);
 
 } // namespace Vorni

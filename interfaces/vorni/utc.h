@@ -25,4 +25,5 @@ struct OmlaVornSetUtcTimeRejS {
     std::uint8_t reserved[2];
     char description[112]; ///< zero-terminated, at most 110 bytes are written
 };
-static_assert(sizeof(OmlaVornSetUtcTimeRejS) == 128 && offsetof(OmlaVornSetUtcTimeRejS, description) == 16);
+static_assert(sizeof(OmlaVornSetUtcTimeRejS) == 128 && offsetof(OmlaVornSetUtcTimeRejS, errorCode) == 12 &&
+              offsetof(OmlaVornSetUtcTimeRejS, description) == 16);

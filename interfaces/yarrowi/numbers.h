@@ -8,6 +8,7 @@
 
 namespace yarrowi {
 
+// For headers that name a message: the generated header is for sources.
 class ConnectionEstablishReq;
 class ConnectionEstablishCfm;
 class ConnectionEstablishRej;

@@ -88,8 +88,8 @@ kiv_mbox_id_t kiv_current_mbox(void);
 
 /**
  * A descriptor of the calling thread's receive queue: readable (poll, epoll) exactly while kiv_receive would return a
- * message without waiting. It stays the same for the life of the mailbox; it isn't read, written or closed by the
- * caller. -1 where the thread has no mailbox.
+ * message without waiting; only a message that is dropped on arrival may make it readable in vain. It stays the same
+ * for the life of the mailbox; it isn't read, written or closed by the caller. -1 where the thread has no mailbox.
  */
 int kiv_get_fd(void);
 
@@ -104,8 +104,8 @@ void kiv_free(struct kiv_msg* msg);
 
 /**
  * Hands a message over to `receiver`. The message is gone for the caller whatever happens: *msg is set to null.
- * `sender` is what the receiver sees: a mailbox of this process, KIV_CURRENT_MBOX, or KIV_NO_MBOX for none. With any
- * other value the message is dropped.
+ * `sender` is what the receiver sees: a mailbox of this process (a clone may have been deleted since, as long as its
+ * queue lives), KIV_CURRENT_MBOX, or KIV_NO_MBOX for none. With any other value the message is dropped.
  */
 void kiv_send(struct kiv_msg** msg, kiv_mbox_id_t receiver, kiv_mbox_id_t sender);
 

@@ -356,10 +356,12 @@ void Process::send(MessagePtr message, kiv_mbox_id_t receiver, kiv_mbox_id_t sen
     {
         const std::lock_guard lock(m_tables);
         if (sender != KIV_NO_MBOX) {
-            if (!m_mailboxes.contains(sender)) {
+            // A clone that is gone may still be named: what is proven to receivers is the queue.
+            const auto own = m_slots.find(slotOf(sender));
+            if (!isMailboxId(sender) || own == m_slots.end()) {
                 return;
             }
-            from = m_slots[slotOf(sender)].socket;
+            from = own->second.socket;
         }
         if (const auto slot = m_slots.find(slotOf(receiver)); slot != m_slots.end()) {
             queue = slot->second.queue;

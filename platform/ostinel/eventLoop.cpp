@@ -237,7 +237,8 @@ int SdEventLoop::dispatch(std::uint64_t timeout)
 void SdEventLoop::run()
 {
     while (!m_stop.load(std::memory_order_acquire)) {
-        if (dispatch(UINT64_MAX) < 0) {
+        const int result = dispatch(UINT64_MAX);
+        if (result == -EBUSY || result == -ESTALE || result == -ECHILD) {
             return; // a loop inside a callback of the same loop, or a process without its parent's loop
         }
     }

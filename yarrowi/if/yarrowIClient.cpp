@@ -1,9 +1,9 @@
 #include "yarrowi/if/yarrowIClient.h"
 
+#include "boardMessage.h"
 #include "kiv/kiv.h"
-#include "messageNumber.h"
 #include "trace/trace.h"
-#include "vorni/access.h"
+#include "yarrowi/numbers.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,9 +11,6 @@
 
 namespace {
 
-constexpr std::uint32_t headerSize = sizeof(BoardMessageHeader);
-constexpr std::size_t tooLarge = 0xFFFFFFFF - headerSize + 1;
-constexpr std::uint32_t connectionEstablishReq = 0x1707A80;
 constexpr std::uint32_t firstNonMbox = 0xFFFFFFFE;
 
 /// The next value of a counter, which skips 0.
@@ -96,21 +93,16 @@ bool YarrowIClient::send(std::uint32_t msgNo, const google::protobuf::Message& m
         return false;
     }
     client->procedureRef = next(m_procedureCounter);
-    const std::size_t size = message.ByteSizeLong();
-    kiv_msg* msg = size < tooLarge ? kiv_alloc(static_cast<std::uint32_t>(size) + headerSize, msgNo) : nullptr;
-    char* bytes = reinterpret_cast<char*>(msg);
-    if (msg == nullptr || !message.SerializeToArray(bytes + headerSize, static_cast<int>(size))) {
-        kiv_free(msg);
+    const bool isFirst = msgNo == yarrowi::MsgNo::ConnectionEstablishReq;
+    const BoardEnvelope envelope{msgNo, client->procedureRef,
+                                 isFirst ? client->clientConnectionRef : client->serverConnectionRef};
+    OwnedMessage msg = encodeBoardMessage(envelope, message);
+    if (msg == nullptr) {
         TRACE_ERROR("Failed to encode message {}", msgNo);
         return false;
     }
-    auto* header = viewSignal<BoardMessageHeader>(msg);
-    header->procedureRef = client->procedureRef;
-    header->connectionRef = msgNo == connectionEstablishReq ? client->clientConnectionRef : client->serverConnectionRef;
-    TRACE_SEND_SIG(msgNo, m_serverMbox, "msgNo:{:#x} procedureRef:{} connectionRef:{} {}:{{{}}}", msgNo,
-                   header->procedureRef.value(), header->connectionRef.value(), message.GetTypeName(),
-                   message.ShortDebugString());
-    kiv_send(&msg, m_serverMbox, sender >= firstNonMbox ? kiv_current_mbox() : sender);
+    TRACE_SEND_SIG(msgNo, m_serverMbox, "{}", printMessage(envelope, message));
+    sendOwned(std::move(msg), m_serverMbox, sender >= firstNonMbox ? kiv_current_mbox() : sender);
     return true;
 }
 

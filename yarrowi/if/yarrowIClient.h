@@ -19,6 +19,8 @@ struct clientInfo {
                                        ///< commands, or 1 for the start-up connection
 };
 
+static_assert(sizeof(clientInfo) == 16);
+
 /// The connections to the yarrowi server and what it has said of itself; the sequence of messages is driven by the
 /// component and the debug commands. A message is its number, procedureRef and connectionRef big-endian, and the
 /// protobuf encoding.
