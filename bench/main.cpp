@@ -1,0 +1,101 @@
+/// Measures kiv and vornserver beside bare sockets and ZeroMQ, and what many clients cost.
+
+#include "results.h"
+#include "roles.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+using namespace Bench;
+
+namespace {
+
+const Effort thorough{9, 10'000, 40'000, 2'000, {1, 10, 100, 1000}, {1, 200, 1000}};
+const Effort smoke{3, 500, 2'000, 200, {1, 10, 100, 1000}, {1, 20}};
+
+/// A private folder for the sockets of a run.
+class Folder
+{
+public:
+    Folder()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "vornbenchXXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr) {
+            throw Failed("no folder for the sockets");
+        }
+        m_path = pattern;
+    }
+    ~Folder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    const std::string& path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+void writeFile(const std::string& path, const std::string& text)
+{
+    std::ofstream file(path);
+    if (!(file << text << std::flush)) {
+        throw Failed("can't write " + path);
+    }
+}
+
+Results measureAll(bool quick, const std::string& serverProgram)
+{
+    const Effort& effort = quick ? smoke : thorough;
+    Results results;
+    results.quick = quick;
+    results.rounds = effort.rounds;
+    ::getloadavg(&results.loadBefore, 1);
+    const Folder folder;
+    useRunDir(folder.path());
+    measureTransports(folder.path(), serverProgram, effort, results);
+    measureScale(folder.path(), serverProgram, effort, results);
+    return results;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Measures kiv and vornserver beside bare sockets and ZeroMQ.", "vornbench");
+    bool quick = false;
+    std::string json;
+    std::string markdown;
+    std::string server = programFolder() + "/vornserver";
+    std::vector<std::string> role;
+    app.add_flag("--quick", quick, "A few seconds: whether it works, not how fast it is");
+    app.add_option("--json", json, "Writes all figures to this file");
+    app.add_option("--markdown", markdown, "Writes the tables to this file too");
+    app.add_option("--server", server, "The server to measure")->check(CLI::ExistingFile);
+    app.add_option("--role", role, "Plays a partner of a measurement")->group("");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        if (!role.empty()) {
+            playRole(role);
+            return 0;
+        }
+        const Results results = measureAll(quick, server);
+        std::cout << printTables(results);
+        if (!json.empty()) {
+            writeFile(json, printJson(results) + '\n');
+        }
+        if (!markdown.empty()) {
+            writeFile(markdown, printTables(results));
+        }
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "vornbench: " << error.what() << '\n';
+        return 1;
+    }
+}

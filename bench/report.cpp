@@ -1,0 +1,155 @@
+/// The figures of a run as tables and as JSON.
+
+#include "results.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+namespace Bench {
+namespace {
+
+constexpr double aimDirectRoundTrip = 1.3;
+constexpr double aimRelayedThroughput = 1.0;
+constexpr double aimScale = 1.3;
+constexpr double aimMemory = 16 * 1024;
+
+const char* nameOf(Processors processors)
+{
+    return processors == Processors::one ? "one processor" : "all processors";
+}
+
+std::string printTransports(const std::string& title, const std::vector<TransportFigures>& figures)
+{
+    std::string text =
+        fmt::format("| {} | Round trip, median (µs) | 99th percentile (µs) | 64 in flight (messages/s) |\n"
+                    "|---|--:|--:|--:|\n",
+                    title);
+    for (const TransportFigures& row : figures) {
+        text += fmt::format("| {} | {:.1f} | {:.1f} | {:.0f} |\n", row.name, median(row.roundTrip), median(row.p99),
+                            median(row.throughput));
+    }
+    const TransportFigures& kiv = figures.front();
+    for (auto row = figures.begin() + 1; row != figures.end(); ++row) {
+        text += fmt::format("| **kiv : {}** | **{:.2f}** | {:.2f} | **{:.2f}** |\n", row->name,
+                            medianRatio(kiv.roundTrip, row->roundTrip), medianRatio(kiv.p99, row->p99),
+                            medianRatio(kiv.throughput, row->throughput));
+    }
+    return text + '\n';
+}
+
+std::vector<ScaleFigures> ofKind(const Results& results, Clients kind)
+{
+    std::vector<ScaleFigures> chosen;
+    std::copy_if(results.scale.begin(), results.scale.end(), std::back_inserter(chosen),
+                 [kind](const ScaleFigures& figures) { return figures.kind == kind; });
+    return chosen;
+}
+
+std::string printScale(const std::string& title, const std::vector<ScaleFigures>& rows)
+{
+    std::string text =
+        fmt::format("| {} | Relayed, server's CPU (µs) | Relayed, round trip (µs) | UTC, server's CPU (µs) | "
+                    "UTC, round trip (µs) | Memory a client (KiB) |\n|---|--:|--:|--:|--:|--:|\n",
+                    title);
+    for (const ScaleFigures& row : rows) {
+        text += fmt::format("| {} | {:.1f} | {:.1f} | {:.1f} | {:.1f} | {} |\n", row.clients,
+                            median(row.relayProcessor), median(row.relayRoundTrip), median(row.utcProcessor),
+                            median(row.utcRoundTrip), row.clients > 1 ? fmt::format("{:.1f}", row.memory / 1024) : "");
+    }
+    const ScaleFigures& one = rows.front();
+    const ScaleFigures& all = rows.back();
+    return text + fmt::format("| **{} : {}** | **{:.2f}** | {:.2f} | **{:.2f}** | {:.2f} | |\n\n", all.clients,
+                              one.clients, medianRatio(all.relayProcessor, one.relayProcessor),
+                              medianRatio(all.relayRoundTrip, one.relayRoundTrip),
+                              medianRatio(all.utcProcessor, one.utcProcessor),
+                              medianRatio(all.utcRoundTrip, one.utcRoundTrip));
+}
+
+/// A line of the table of aims: how far a figure is on the wrong side of its limit, if it is.
+std::string printAim(const std::string& aim, double figure, double limit, bool isUpperLimit, const std::string& unit)
+{
+    const double miss = isUpperLimit ? figure / limit - 1 : 1 - figure / limit;
+    return fmt::format("| {} | {:.2f}{} | {} |\n", aim, figure, unit,
+                       miss <= 0 ? "met" : fmt::format("missed by {:.0f} %", miss * 100));
+}
+
+std::string printScaleAims(const std::string& clients, const std::vector<ScaleFigures>& rows)
+{
+    const ScaleFigures& one = rows.front();
+    const ScaleFigures& all = rows.back();
+    return printAim(fmt::format("Relayed message, cost with {} {} within 1.3 of one", all.clients, clients),
+                    medianRatio(all.relayProcessor, one.relayProcessor), aimScale, true, "") +
+           printAim(fmt::format("UTC request, cost with {} {} within 1.3 of one", all.clients, clients),
+                    medianRatio(all.utcProcessor, one.utcProcessor), aimScale, true, "") +
+           printAim(fmt::format("At most 16 KiB a client, {} {}", all.clients, clients), all.memory / 1024,
+                    aimMemory / 1024, true, " KiB");
+}
+
+std::string printAims(const Results& results)
+{
+    std::string text = "| Aim | Figure | |\n|---|--:|---|\n";
+    for (const auto& [processors, direct, relayed] : results.comparisons) {
+        text += printAim(fmt::format("Direct round trip within 1.3 of bare sockets, {}", nameOf(processors)),
+                         medianRatio(direct[0].roundTrip, direct[1].roundTrip), aimDirectRoundTrip, true, "");
+        text += printAim(fmt::format("Relayed throughput at or above ZeroMQ's relay, {}", nameOf(processors)),
+                         medianRatio(relayed[0].throughput, relayed[2].throughput), aimRelayedThroughput, false, "");
+    }
+    return text + printScaleAims("clients", ofKind(results, Clients::mailboxes)) +
+           printScaleAims("client processes", ofKind(results, Clients::processes)) + '\n';
+}
+
+nlohmann::json jsonOf(const std::vector<TransportFigures>& figures)
+{
+    nlohmann::json list = nlohmann::json::array();
+    for (const TransportFigures& row : figures) {
+        list.push_back({{"name", row.name},
+                        {"roundTripMicroseconds", row.roundTrip},
+                        {"p99Microseconds", row.p99},
+                        {"messagesPerSecond", row.throughput}});
+    }
+    return list;
+}
+
+} // namespace
+
+std::string printTables(const Results& results)
+{
+    std::string transports;
+    for (const Comparison& comparison : results.comparisons) {
+        const std::string processors = nameOf(comparison.processors);
+        transports += printTransports("Direct, " + processors, comparison.direct);
+        transports += printTransports("Relayed, " + processors, comparison.relayed);
+    }
+    return fmt::format("{} processors, load {:.1f} before the run, {} rounds{}.\n\n",
+                       std::thread::hardware_concurrency(), results.loadBefore, results.rounds,
+                       results.quick ? ", quick" : "") +
+           printAims(results) + transports + printScale("Clients, one process", ofKind(results, Clients::mailboxes)) +
+           printScale("Clients, a process each", ofKind(results, Clients::processes));
+}
+
+std::string printJson(const Results& results)
+{
+    nlohmann::json scale = nlohmann::json::array();
+    for (const ScaleFigures& row : results.scale) {
+        scale.push_back({{"clients", row.clients},
+                         {"processEach", row.kind == Clients::processes},
+                         {"relayProcessorMicroseconds", row.relayProcessor},
+                         {"relayRoundTripMicroseconds", row.relayRoundTrip},
+                         {"utcProcessorMicroseconds", row.utcProcessor},
+                         {"utcRoundTripMicroseconds", row.utcRoundTrip},
+                         {"bytesPerClient", row.memory}});
+    }
+    nlohmann::json comparisons = nlohmann::json::array();
+    for (const Comparison& comparison : results.comparisons) {
+        comparisons.push_back({{"processors", nameOf(comparison.processors)},
+                               {"direct", jsonOf(comparison.direct)},
+                               {"relayed", jsonOf(comparison.relayed)}});
+    }
+    return nlohmann::json{
+        {"quick", results.quick}, {"loadBefore", results.loadBefore}, {"comparisons", comparisons}, {"scale", scale}}
+        .dump(2);
+}
+
+} // namespace Bench

@@ -1,0 +1,62 @@
+/// The figures of one run.
+#pragma once
+
+#include "swarm.h"
+
+#include <string>
+#include <vector>
+
+namespace Bench {
+
+/// One way to exchange messages, a figure for each round.
+struct TransportFigures {
+    std::string name;
+    std::vector<double> roundTrip;  ///< median of a round, microseconds
+    std::vector<double> p99;        ///< microseconds
+    std::vector<double> throughput; ///< messages a second
+};
+
+/// One number of clients, a figure for each round.
+struct ScaleFigures {
+    Clients kind;
+    unsigned clients;
+    std::vector<double> relayProcessor, relayRoundTrip; ///< microseconds
+    std::vector<double> utcProcessor, utcRoundTrip;     ///< microseconds
+    double memory = 0;                                  ///< bytes a client; 0 with one client
+};
+
+/// All transports with their ends on the same processors.
+struct Comparison {
+    Processors processors;
+    std::vector<TransportFigures> direct;  ///< kiv first, then bare sockets, then ZeroMQ
+    std::vector<TransportFigures> relayed; ///< in the same order
+};
+
+struct Results {
+    bool quick = false;
+    unsigned rounds = 0;
+    double loadBefore = 0; ///< processes that ran or wanted to, just before
+    std::vector<Comparison> comparisons;
+    std::vector<ScaleFigures> scale; ///< by kind, then by number
+};
+
+/// How much is measured.
+struct Effort {
+    unsigned rounds;
+    unsigned roundTrips; ///< a round
+    unsigned messages;   ///< a round, for the throughput
+    unsigned requests;   ///< a round and number of clients
+    std::vector<unsigned> mailboxClients;
+    std::vector<unsigned> processClients;
+};
+
+/// The server is found in the calling process's run-time directory.
+void measureTransports(const std::string& folder, const std::string& serverProgram, const Effort& effort,
+                       Results& results);
+void measureScale(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
+
+/// Markdown tables, readable as they are.
+std::string printTables(const Results& results);
+std::string printJson(const Results& results);
+
+} // namespace Bench

@@ -1,0 +1,54 @@
+#include "roles.h"
+
+#include "board.h"
+#include "channels.h"
+#include "child.h"
+#include "swarm.h"
+
+#include <map>
+
+namespace Bench {
+namespace {
+
+using Words = std::vector<std::string>;
+
+struct Role {
+    std::size_t arguments;
+    std::function<void(const Words&)> play;
+};
+
+void playSwarm(const Words& words)
+{
+    useRunDir(words[1]);
+    const Clients kind = words[3] == "mailboxes" ? Clients::mailboxes : Clients::processes;
+    runSwarm(words[2], kind, static_cast<unsigned>(std::stoul(words[4])), sayReady);
+}
+
+const std::map<std::string, Role>& roles()
+{
+    static const std::map<std::string, Role> table{
+        {"board", {0, [](const Words&) { runBoard(sayReady); }}},
+        {"client", {1, [](const Words& words) { runClient(words[1]); }}},
+        {"kivEcho", {1, [](const Words& words) { runKivEcho(words[1], sayReady); }}},
+        {"socketEcho", {1, [](const Words& words) { runSocketEcho(words[1], sayReady); }}},
+        {"socketRelay", {2, [](const Words& words) { runSocketRelay(words[1], words[2], sayReady); }}},
+        {"swarm", {4, playSwarm}},
+        {"zmqPairEcho", {1, [](const Words& words) { runZmqPairEcho(words[1], sayReady); }}},
+        {"zmqRelay", {2, [](const Words& words) { runZmqRelay(words[1], words[2], sayReady); }}},
+        {"zmqRelayedEcho", {1, [](const Words& words) { runZmqRelayedEcho(words[1], sayReady); }}},
+    };
+    return table;
+}
+
+} // namespace
+
+void playRole(const std::vector<std::string>& words)
+{
+    const auto role = roles().find(words.front());
+    if (role == roles().end() || words.size() != role->second.arguments + 1) {
+        throw Failed("no such role: " + words.front());
+    }
+    role->second.play(words);
+}
+
+} // namespace Bench

@@ -1,0 +1,45 @@
+/// A running vornserver with its board, and clients of it.
+#pragma once
+
+#include "child.h"
+#include "kiv/kiv.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace Bench {
+
+/// Makes `folder` the run-time directory of this process and of those that it starts. Before the first kiv call.
+void useRunDir(const std::string& folder);
+
+/// The server that runs in this process's run-time directory, published. The calling thread has a mailbox.
+class Unit
+{
+public:
+    explicit Unit(const std::string& serverProgram);
+
+    kiv_mbox_id_t publicMbox() const { return m_publicMbox; }
+    /// Processor time that the server has used, all threads, in user and in kernel mode.
+    std::chrono::nanoseconds processorTime() const;
+    /// Bytes of memory that the server occupies, what it shares with others included.
+    std::uint64_t residentMemory() const;
+
+private:
+    Child m_board;
+    Child m_server;
+    kiv_mbox_id_t m_publicMbox;
+};
+
+/// What a client asks for while its cost is measured.
+enum class Ask : std::uint32_t {
+    relay, ///< a message of 128 bytes to the legacy server and back
+    utc,   ///< the setting of the unit's time
+};
+
+/// Connects a mailbox of the calling thread as a client. Its confirmation is the next message that arrives.
+void connectClient(kiv_mbox_id_t client, kiv_mbox_id_t publicMbox);
+/// One request of a connected client and its answer. Nothing else may be on its way to the calling thread.
+void ask(Ask what, kiv_mbox_id_t client, kiv_mbox_id_t publicMbox);
+
+} // namespace Bench
