@@ -309,6 +309,25 @@ TEST_F(VornServerConnectionTest, when_the_legacy_server_goes_and_comes_back_then
     EXPECT_NE(kiv_locate("VornFwdMbox_1"), KIV_NO_MBOX);
 }
 
+TEST_F(VornServerConnectionTest,
+       when_a_confirmation_is_held_while_the_legacy_server_restarts_then_it_goes_out_all_the_same)
+{
+    unit.bringUp();
+    Client& client = unit.addClient();
+    unit.requestConnection(client);
+    const std::uint32_t publicMbox = client.publicMbox();
+    unit.confirmConnectivity();
+    unit.registerTimeSource(5);
+    unit.registerMmiUser(6);
+    loseLegacyServer();
+    regainLegacyServer();
+    unit.connectDeepSleep(61);
+    client.expect<OmlaVornConnEstablishCfmS>();
+    EXPECT_EQ(client.lastSender, publicMbox); // the one that it was held for
+    send(client, client.publicMbox(), legacySignal());
+    EXPECT_EQ(expectSame(unit.legacy, legacySignal()), client.fwdMbox);
+}
+
 TEST_F(VornServerConnectionTest, when_the_board_servers_go_then_the_server_stays_published)
 {
     unit.bringUp();

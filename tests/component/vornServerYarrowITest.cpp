@@ -196,8 +196,25 @@ TEST_F(VornServerYarrowITest, when_a_client_goes_then_its_connection_is_closed)
     send(MsgNo::ConnectionClosedownCfm, 0, request.connectionRef, yarrowi::ConnectionClosedownCfm());
     send(MsgNo::ActivateDeepSleepCfm, 0, request.connectionRef, yarrowi::ActivateDeepSleepCfm());
     unit.settle();
-    EXPECT_TRUE(RecordedTraces::has(
-        fmt::format("Unable to find clientInfo in ActivateDeepSleepCfm with connectionRef {}", request.connectionRef)));
+    // The confirm of a subscription speaks of another message.
+    send(MsgNo::SubscribeDeepSleepStatusCfm, 0, request.connectionRef, yarrowi::SubscribeDeepSleepStatusCfm());
+    unit.settle();
+    for (const char* name : {"ActivateDeepSleepCfm", "DeactivateDeepSleepCfm"}) {
+        EXPECT_TRUE(RecordedTraces::has(
+            fmt::format("Unable to find clientInfo in {} with connectionRef {}", name, request.connectionRef)));
+    }
+}
+
+TEST_F(VornServerYarrowITest, when_a_status_is_left_out_then_it_is_the_first_one)
+{
+    unit.bringUp();
+    Client& client = unit.connect();
+    send(MsgNo::DeepSleepStatusInd, yarrowi::DeepSleepStatusInd());
+    const auto ind = client.expect<OmlaVornDeepSleepStatusIndS>();
+    EXPECT_EQ(ind.status, 0);
+    EXPECT_EQ(fieldText(ind.statusText), "deep sleep deactivated");
+    send(MsgNo::ActivateDeepSleepRej, yarrowi::ActivateDeepSleepRej());
+    expectReject<OmlaVornActivateDeepSleepRejS>(client, "Client not in INACTIVE state. DeepSleep state: INACTIVE");
 }
 
 TEST_F(VornServerYarrowITest, when_a_client_asks_then_the_request_goes_out_and_its_confirm_comes_back)
