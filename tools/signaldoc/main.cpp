@@ -79,9 +79,10 @@ int main()
     tolme::fesk::ServerMetadata::descriptor();
     yarrowi::ServerMetadata::descriptor();
 
-    fmt::print("# Signals\n\nGenerated from the tables in `interfaces/` by `scripts/signals`. Don't edit.\n\n"
-               "## VORNI\n\nA signal begins with its number (4 bytes, host order), `clientRef` and `serverRef` (4 bytes "
-               "each, big-endian); its fields follow, big-endian. Bytes between the fields are reserved and zero.\n\n");
+    fmt::print(
+        "# Signals\n\nGenerated from the tables in `interfaces/` by `scripts/signals`. Don't edit.\n\n"
+        "## VORNI\n\nA signal begins with its number (4 bytes, host order), `clientRef` and `serverRef` (4 bytes "
+        "each, big-endian); its fields follow, big-endian. Bytes between the fields are reserved and zero.\n\n");
     printSignalTable();
     for (const Vorni::SignalInfo& signal : Vorni::signals()) {
         if (!signal.fields.empty()) {
