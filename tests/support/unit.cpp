@@ -231,7 +231,7 @@ void Unit::connectYarrowI(bool deepSleepSupported)
 
 Client& Unit::addClient(std::uint32_t serverRef)
 {
-    Client& client = m_clients.emplace_back(*this, post, fmt::format("client{}", m_clients.size()));
+    Client& client = m_clients.emplace_back(post, fmt::format("client{}", m_clients.size()));
     client.clientRef = 1000 + static_cast<std::uint32_t>(m_clients.size());
     client.serverRef = serverRef;
     client.appear();
@@ -256,7 +256,7 @@ std::uint32_t Unit::registerMmiUser(std::optional<std::uint32_t> userId)
         cfm.set_mmi_user_id(*userId);
     }
     request.reply(fesk::MsgNo::RegisterMmiUserCfm, cfm);
-    return request.body.priority();
+    return static_cast<std::uint32_t>(request.body.priority());
 }
 
 void Unit::registerTimeSource(std::optional<std::uint32_t> reference)

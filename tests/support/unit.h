@@ -167,8 +167,6 @@ void Request<Message>::reply(std::uint32_t msgNo, const Answer& answer) const
     static_cast<const BoardServer*>(server)->sendMessage(sender, msgNo, procedureRef, clientRef, answer);
 }
 
-class Unit;
-
 /// A client, or the legacy server: whoever sends and receives VORNI signals.
 class VorniPeer : public Peer
 {
@@ -207,7 +205,7 @@ public:
 class Client : public VorniPeer
 {
 public:
-    Client(Unit& unit, Post& post, std::string name) : VorniPeer(post, std::move(name)), m_unit(unit) {}
+    using VorniPeer::VorniPeer;
 
     /// Sends a signal to the public mailbox.
     template <typename Record, typename Fill>
@@ -224,9 +222,6 @@ public:
     std::uint32_t publicMbox() const;
 
     std::uint32_t fwdMbox = 0; ///< the forward mailbox through which the legacy server sees it
-
-private:
-    Unit& m_unit;
 };
 
 class Unit
