@@ -61,11 +61,21 @@ Passed::Passed(const msghdr& header)
     }
 }
 
-void Channel::open(Descriptor socket, std::shared_ptr<Handler> handler)
+bool Channel::open(Descriptor socket, std::shared_ptr<Handler> handler)
 {
     m_socket = std::move(socket);
     m_watchesOut = !m_waiting.empty();
     m_token = m_io.add(m_socket.get(), EPOLLIN | (m_watchesOut ? EPOLLOUT : 0U), std::move(handler));
+    return m_token != 0;
+}
+
+void Channel::finish()
+{
+    m_waiting.clear();
+    if (m_socket) {
+        ::shutdown(m_socket.get(), SHUT_RDWR);
+        watch();
+    }
 }
 
 void Channel::close()

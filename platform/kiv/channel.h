@@ -27,6 +27,9 @@ namespace kiv {
 
 inline constexpr std::uint32_t protocolVersion = 0x4B495601;
 
+/// More frames wait until the I/O thread has served the others.
+inline constexpr int framesAtOnce = 256;
+
 enum class ControlKind : std::uint32_t { hello = 1, open, claim, monitor, unmonitor, data, claimed, dead };
 
 struct ControlFrame {
@@ -43,9 +46,11 @@ class Channel
 public:
     explicit Channel(IoThread& io) : m_io(io) {}
 
-    /// Frames sent before wait until then.
-    void open(Descriptor socket, std::shared_ptr<Handler> handler);
+    /// Frames sent before wait until then. False where the system can't watch the socket.
+    bool open(Descriptor socket, std::shared_ptr<Handler> handler);
     void close();
+    /// Nothing more goes either way; what the peer had sent is still received, then the end.
+    void finish();
     int socket() const { return m_socket.get(); }
     bool idle() const { return m_waiting.empty(); }
 

@@ -110,7 +110,9 @@ MessagePtr readMemfd(const FrameHeader& header, int file)
 {
     struct stat status {
     };
-    if (::fcntl(file, F_GET_SEALS) != allSeals || ::fstat(file, &status) != 0 ||
+    // The kernel may have added seals of its own.
+    const int seals = ::fcntl(file, F_GET_SEALS);
+    if (seals < 0 || (seals & allSeals) != allSeals || ::fstat(file, &status) != 0 ||
         status.st_size != static_cast<off_t>(header.size)) {
         return nullptr;
     }

@@ -22,7 +22,7 @@ constexpr auto lookInterval = 50ms;
 class Hunts::Watcher : public Handler
 {
 public:
-    Watcher(Hunts& hunts, int inotify) : m_hunts(hunts), m_inotify(inotify) {}
+    explicit Watcher(Hunts& hunts) : m_hunts(hunts) {}
 
     void onEvents(std::uint32_t /*events*/) override
     {
@@ -30,7 +30,7 @@ public:
         {
             // Which names came doesn't matter: there are few hunts at a time.
             const std::lock_guard lock(m_hunts.m_mutex);
-            while (m_hunts.m_inotify && ::read(m_inotify, events.data(), events.size()) > 0) {
+            while (m_hunts.m_inotify && ::read(m_hunts.m_inotify.get(), events.data(), events.size()) > 0) {
             }
         }
         m_hunts.look();
@@ -38,7 +38,6 @@ public:
 
 private:
     Hunts& m_hunts;
-    const int m_inotify;
 };
 
 void Hunts::add(const std::string& name, std::uint32_t ref, const std::shared_ptr<Queue>& queue)
@@ -70,8 +69,10 @@ void Hunts::watch()
     }
     if (m_inotify && ::inotify_add_watch(m_inotify.get(), m_process.registry().nameDirectory().c_str(),
                                          IN_CREATE | IN_MOVED_TO) >= 0) {
-        m_token = m_process.io().add(m_inotify.get(), EPOLLIN, std::make_shared<Watcher>(*this, m_inotify.get()));
-        return;
+        m_token = m_process.io().add(m_inotify.get(), EPOLLIN, std::make_shared<Watcher>(*this));
+        if (m_token != 0) {
+            return;
+        }
     }
     m_inotify.reset();
     m_looksRegularly = true;

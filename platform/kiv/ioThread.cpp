@@ -14,26 +14,45 @@
 #include <utility>
 
 namespace kiv {
+namespace {
+
+/// What is thrown in one call must not keep the others from running.
+template <typename Call>
+void guarded(const Call& call)
+{
+    try {
+        call();
+    } catch (const std::exception& error) {
+        logLine("the I/O thread goes on after: %s", error.what());
+    }
+}
+
+} // namespace
 
 int IoThread::start()
 {
     if (m_running) {
         return 0;
     }
+    // Made and closed without the lock.
+    Descriptor epoll;
+    Descriptor wake;
+    {
+        const DescriptorScope scope;
+        epoll = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
+        wake = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    }
+    epoll_event event{};
+    event.events = EPOLLIN;
+    if (!epoll || !wake || ::epoll_ctl(epoll.get(), EPOLL_CTL_ADD, wake.get(), &event) != 0) {
+        return errno;
+    }
     const std::lock_guard lock(m_mutex);
     if (m_running) {
         return 0;
     }
-    {
-        const DescriptorScope scope;
-        m_epoll = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
-        m_wake = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    }
-    epoll_event event{};
-    event.events = EPOLLIN;
-    if (!m_epoll || !m_wake || ::epoll_ctl(m_epoll.get(), EPOLL_CTL_ADD, m_wake.get(), &event) != 0) {
-        return errno;
-    }
+    std::swap(m_epoll, epoll);
+    std::swap(m_wake, wake);
     // The program's signals are for the program's threads.
     sigset_t all;
     sigset_t previous;
@@ -59,11 +78,7 @@ void* IoThread::threadMain(void* self)
 void IoThread::run()
 {
     for (;;) {
-        try {
-            round();
-        } catch (const std::exception& error) {
-            logLine("the I/O thread goes on after: %s", error.what());
-        }
+        guarded([this] { round(); });
     }
 }
 
@@ -109,7 +124,7 @@ void IoThread::dispatch(std::uint64_t token, std::uint32_t events)
         }
         handler = found->second;
     }
-    handler->onEvents(events);
+    guarded([&] { handler->onEvents(events); });
 }
 
 void IoThread::runCalls()
@@ -117,15 +132,15 @@ void IoThread::runCalls()
     std::vector<Call> calls;
     {
         const std::lock_guard lock(m_mutex);
-        calls.swap(m_posted);
         const auto now = Clock::now();
         while (!m_timed.empty() && m_timed.begin()->first <= now) {
-            calls.push_back(std::move(m_timed.begin()->second));
+            m_posted.push_back(std::move(m_timed.begin()->second));
             m_timed.erase(m_timed.begin());
         }
+        calls.swap(m_posted);
     }
     for (const Call& call : calls) {
-        call();
+        guarded(call);
     }
 }
 
@@ -139,14 +154,17 @@ void IoThread::wake()
 
 std::uint64_t IoThread::add(int descriptor, std::uint32_t events, std::shared_ptr<Handler> handler)
 {
+    std::shared_ptr<Handler> removed; // its destructor may come back here
     const std::lock_guard lock(m_mutex);
     const std::uint64_t token = ++m_lastToken;
-    m_handlers.emplace(token, std::move(handler));
+    const auto added = m_handlers.emplace(token, std::move(handler)).first;
     epoll_event event{};
     event.events = events;
     event.data.u64 = token;
     if (::epoll_ctl(m_epoll.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
-        logLine("can't watch a descriptor: error %d", errno);
+        removed = std::move(added->second);
+        m_handlers.erase(added);
+        return 0;
     }
     return token;
 }

@@ -43,6 +43,7 @@ public:
     /// Starts the thread where it doesn't run yet. Returns 0 or an errno value.
     int start();
 
+    /// A token for the other two, or 0 where the system can't watch it.
     std::uint64_t add(int descriptor, std::uint32_t events, std::shared_ptr<Handler> handler);
     void modify(std::uint64_t token, int descriptor, std::uint32_t events);
     void remove(std::uint64_t token, int descriptor);

@@ -154,6 +154,9 @@ kiv_msg* kiv_receive(const uint32_t* filter, uint32_t timeout, kiv_mbox_id_t sen
     return guarded(static_cast<kiv_msg*>(nullptr), [=]() -> kiv_msg* {
         const ThreadMailbox* own = liveMailbox();
         if (own == nullptr) {
+            if (const ThreadMailbox* deleted = threadMailbox(); deleted != nullptr && deleted->queue) {
+                deleted->queue->quieten();
+            }
             return nullptr;
         }
         return handedOver(own->queue->receive({filter, sender}, timeout));

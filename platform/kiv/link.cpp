@@ -51,7 +51,7 @@ class Link::DataHandler : public Handler
 {
 public:
     explicit DataHandler(std::shared_ptr<Link> link) : m_link(std::move(link)) {}
-    void onEvents(std::uint32_t /*events*/) override { m_link->onWritable(); }
+    void onEvents(std::uint32_t events) override { m_link->onWritable(events); }
 
 private:
     std::shared_ptr<Link> m_link;
@@ -75,7 +75,7 @@ void Link::send(MessagePtr message, const std::shared_ptr<SlotSocket>& sender)
     }
     const SendResult result = transmit(*message);
     if (result == SendResult::broken) {
-        die();
+        loseData();
     } else if (result != SendResult::sent) {
         enqueue(std::move(message));
         if (m_data) {
@@ -90,13 +90,15 @@ bool Link::ready()
     if (m_state == State::fresh) {
         connect();
     }
-    return m_state == State::connecting || m_state == State::connected;
+    return takesMessages();
 }
 
 void Link::connect()
 {
     Descriptor socket = m_process.registry().connectSlot(m_slot);
-    if (!socket && errno != EAGAIN) {
+    const int error = socket ? 0 : errno;
+    const bool shortage = error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
+    if (!socket && error != EAGAIN && !shortage) {
         die();
         return;
     }
@@ -107,22 +109,28 @@ void Link::connect()
         hello.id = protocolVersion;
         m_control.send(hello);
     }
+    if (m_state != State::cut) {
+        m_state = socket ? State::connected : State::connecting;
+    }
     if (!socket) {
-        m_state = State::connecting;
-        m_process.io().after(busyRetry, [self = shared_from_this()] {
-            const std::lock_guard lock(self->m_mutex);
-            if (self->m_state == State::connecting) {
-                self->connect();
-            }
-        });
+        connectLater(shortage ? shortageRetry : busyRetry);
         return;
     }
     m_pid = peerProcess(socket.get());
-    m_state = State::connected;
-    m_control.open(std::move(socket), std::make_shared<ControlHandler>(shared_from_this()));
-    if (!m_control.flush()) {
+    const bool watched = m_control.open(std::move(socket), std::make_shared<ControlHandler>(shared_from_this()));
+    if (!watched || !m_control.flush()) {
         die();
     }
+}
+
+void Link::connectLater(std::chrono::milliseconds delay)
+{
+    m_process.io().after(delay, [self = shared_from_this()] {
+        const std::lock_guard lock(self->m_mutex);
+        if (self->m_state == State::connecting || (self->m_state == State::cut && self->m_control.socket() < 0)) {
+            self->connect();
+        }
+    });
 }
 
 void Link::claim(const std::shared_ptr<SlotSocket>& sender)
@@ -154,13 +162,13 @@ void Link::confirm(std::uint32_t slot)
 void Link::tell(const ControlFrame& frame)
 {
     if (m_state != State::dead && !m_control.send(frame)) {
-        die();
+        loseControl();
     }
 }
 
 void Link::enqueue(MessagePtr message)
 {
-    if (m_state == State::dead) {
+    if (!takesMessages()) {
         return;
     }
     m_waiting += message->footprint();
@@ -190,7 +198,7 @@ SendResult Link::transmit(Message& message)
 void Link::waitToSend(SendResult result)
 {
     if (result == SendResult::later) {
-        m_process.io().after(shortageRetry, [self = shared_from_this()] { self->onWritable(); });
+        m_process.io().after(shortageRetry, [self = shared_from_this()] { self->onWritable(0); });
     } else {
         // Edge triggered: the event comes whenever the peer has read something, also where the socket has space but
         // too much memory is on its way.
@@ -198,9 +206,12 @@ void Link::waitToSend(SendResult result)
     }
 }
 
-void Link::onWritable()
+void Link::onWritable(std::uint32_t events)
 {
     const std::lock_guard lock(m_mutex);
+    if (m_data && (events & (EPOLLHUP | EPOLLERR)) != 0) {
+        loseData();
+    }
     flush();
 }
 
@@ -213,7 +224,7 @@ void Link::flush()
         }
         const SendResult result = transmit(*m_backlog.first());
         if (result == SendResult::broken) {
-            die();
+            loseData();
             return;
         }
         if (result != SendResult::sent) {
@@ -234,8 +245,31 @@ void Link::cutOff()
             mostWaiting >> 20);
     // The control connection stays, to know when the slot is really gone and another may have its number.
     m_state = State::cut;
+    if (m_data) {
+        // The receiver has a copy: it sees the end only so.
+        ::shutdown(m_data.get(), SHUT_WR);
+    }
     closeData();
     fireWatchers();
+}
+
+/// No death yet: how much a dead mailbox had sent, its process may still tell on the control connection.
+void Link::loseData()
+{
+    if (m_state == State::connected) {
+        m_state = State::ending;
+    }
+    closeData();
+}
+
+void Link::loseControl()
+{
+    loseData();
+    if (m_control.socket() >= 0) {
+        m_control.finish();
+    } else {
+        die();
+    }
 }
 
 void Link::closeData()
@@ -281,7 +315,9 @@ void Link::monitor(std::uint32_t ref, kiv_mbox_id_t mailbox, const std::shared_p
     const std::lock_guard lock(m_mutex);
     m_watchers.emplace(ref, Watcher{mailbox, queue});
     if (!ready()) {
-        fireWatchers();
+        if (m_state != State::ending) {
+            fireWatchers();
+        }
         return;
     }
     ControlFrame frame;
@@ -306,13 +342,14 @@ void Link::unmonitor(std::uint32_t ref)
 std::uint64_t Link::sentTo(pid_t process)
 {
     const std::lock_guard lock(m_mutex);
-    return m_pid == process ? m_sent : 0;
+    // While it connects, it isn't known yet whose slot that is.
+    return m_pid == process || m_pid == 0 ? m_sent : 0;
 }
 
 bool Link::idle()
 {
     const std::lock_guard lock(m_mutex);
-    return m_state == State::dead || m_state == State::cut ||
+    return m_state == State::dead || m_state == State::cut || m_state == State::ending ||
            (m_backlog.empty() && m_control.idle() &&
             std::all_of(m_claims.begin(), m_claims.end(), [](const Claim& claim) { return !claim.unconfirmed; }));
 }
@@ -321,9 +358,9 @@ void Link::onControl(std::uint32_t events)
 {
     const std::lock_guard lock(m_mutex);
     if ((events & EPOLLOUT) != 0 && m_state != State::dead && !m_control.flush()) {
-        die();
+        loseControl();
     }
-    while (m_state != State::dead) {
+    for (int count = 0; count < framesAtOnce && m_state != State::dead; ++count) {
         ControlFrame frame;
         Descriptor passed;
         switch (m_control.receive(frame, passed)) {
@@ -348,13 +385,17 @@ void Link::handle(const ControlFrame& frame, Descriptor passed)
     if (frame.kind == ControlKind::data && passed && m_dataAsked && !m_data && m_state == State::connected) {
         m_data = std::move(passed);
         m_dataToken = m_process.io().add(m_data.get(), 0, std::make_shared<DataHandler>(shared_from_this()));
+        if (m_dataToken == 0) {
+            loseControl();
+            return;
+        }
         confirm(frame.slot);
         flush();
     } else if (frame.kind == ControlKind::claimed) {
         confirm(frame.slot);
     } else if (frame.kind == ControlKind::dead) {
         dead(frame);
-    } else if (m_state != State::cut) {
+    } else if (m_state == State::connected) {
         logLine("process %d cut off: unexpected control message", static_cast<int>(m_pid));
         die();
     }

@@ -19,6 +19,7 @@
 #include "kiv/queue.h"
 #include "kiv/slotSocket.h"
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -54,7 +55,14 @@ public:
 private:
     class ControlHandler;
     class DataHandler;
-    enum class State { fresh, connecting, connected, cut, dead };
+    enum class State {
+        fresh,
+        connecting,
+        connected,
+        ending, ///< nothing more is sent; what died is still to be heard on the control connection
+        cut,
+        dead,
+    };
     struct Claim {
         std::uint32_t slot;
         std::shared_ptr<SlotSocket> unconfirmed; ///< null when confirmed
@@ -66,6 +74,8 @@ private:
 
     // All of these with the lock held.
     bool ready();
+    bool takesMessages() const { return m_state == State::connecting || m_state == State::connected; }
+    void connectLater(std::chrono::milliseconds delay);
     void connect();
     void claim(const std::shared_ptr<SlotSocket>& sender);
     void confirm(std::uint32_t slot);
@@ -75,6 +85,8 @@ private:
     void waitToSend(SendResult result);
     void flush();
     void cutOff();
+    void loseData();
+    void loseControl();
     void die();
     void closeData();
     void fireWatchers();
@@ -82,7 +94,7 @@ private:
     void dead(const ControlFrame& frame);
 
     void onControl(std::uint32_t events);
-    void onWritable();
+    void onWritable(std::uint32_t events);
 
     Process& m_process;
     const std::uint32_t m_slot;

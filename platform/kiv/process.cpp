@@ -47,7 +47,7 @@ public:
         threadEnds = true;
         Process* process = current;
         if (mailbox.queue && process != nullptr) {
-            process->removeQueue(mailbox.queue->slot());
+            process->removeQueue(mailbox.queue);
         }
     }
     ThreadLife(const ThreadLife&) = delete;
@@ -134,13 +134,13 @@ void Process::atExit()
 /// Lets what waits go out, and clears what others would otherwise have to recognise as dead.
 void Process::leave()
 {
-    std::vector<std::string> names;
+    std::vector<std::pair<std::string, kiv_mbox_id_t>> names;
     std::vector<std::uint32_t> slots;
     std::vector<std::shared_ptr<Link>> links;
     {
         const std::lock_guard lock(m_tables);
         for (const auto& [id, mailbox] : m_mailboxes) {
-            names.push_back(mailbox.name);
+            names.emplace_back(mailbox.name, id);
         }
         for (const auto& [number, slot] : m_slots) {
             slots.push_back(number);
@@ -149,8 +149,8 @@ void Process::leave()
             links.push_back(link);
         }
     }
-    for (const std::string& name : names) {
-        m_registry.removeName(name);
+    for (const auto& [name, id] : names) {
+        m_registry.removeName(name, id);
     }
     const auto end = std::chrono::steady_clock::now() + exitPatience;
     for (const auto& link : links) {
@@ -175,10 +175,18 @@ std::shared_ptr<Queue> Process::createQueue(const std::string& name, kiv_mbox_id
     }
     const std::uint32_t slot = claimed.number;
     auto queue = std::make_shared<Queue>(m_registry, slot);
-    // From here on the slot is given back by its object.
-    const auto socket = std::make_shared<SlotSocket>(*this, std::move(claimed), queue);
     if (const int error = queue->open(); error != 0) {
+        m_registry.removeSlot(slot);
+        queue.reset();
         errno = error;
+        return nullptr;
+    }
+    // From here on the slot is given back by its object.
+    auto socket = std::make_shared<SlotSocket>(*this, std::move(claimed), queue);
+    if (!*socket) {
+        socket.reset();
+        queue.reset();
+        errno = ENOSPC;
         return nullptr;
     }
     {
@@ -186,21 +194,23 @@ std::shared_ptr<Queue> Process::createQueue(const std::string& name, kiv_mbox_id
         m_slots[slot] = {queue, socket, KIV_NO_MBOX};
     }
     first = addMailbox(queue, name);
+    if (first != KIV_NO_MBOX) {
+        return queue;
+    }
     const int error = errno;
     {
         const std::lock_guard lock(m_tables);
-        if (first != KIV_NO_MBOX) {
-            m_slots[slot].first = first;
-            return queue;
-        }
         m_slots.erase(slot);
     }
+    socket.reset();
+    queue.reset();
     errno = error;
     return nullptr;
 }
 
 kiv_mbox_id_t Process::addMailbox(const std::shared_ptr<Queue>& queue, const std::string& name)
 {
+    std::shared_ptr<SlotSocket> socket; // keeps the slot alive while the name is made
     const kiv_mbox_id_t id = queue->addMailbox();
     if (id == KIV_NO_MBOX) {
         errno = ENOSPC;
@@ -209,6 +219,15 @@ kiv_mbox_id_t Process::addMailbox(const std::shared_ptr<Queue>& queue, const std
     {
         // Before the name is there: who finds it may send at once.
         const std::lock_guard lock(m_tables);
+        const auto slot = m_slots.find(queue->slot());
+        if (slot == m_slots.end() || slot->second.queue != queue) {
+            errno = EINVAL; // another thread has just deleted it
+            return KIV_NO_MBOX;
+        }
+        socket = slot->second.socket;
+        if (slot->second.first == KIV_NO_MBOX) {
+            slot->second.first = id;
+        }
         m_mailboxes[id] = {name, queue};
     }
     if (const int error = m_registry.addName(name, id); error != 0) {
@@ -217,8 +236,13 @@ kiv_mbox_id_t Process::addMailbox(const std::shared_ptr<Queue>& queue, const std
             m_mailboxes.erase(id);
         }
         queue->removeMailbox(id);
+        socket.reset();
         errno = error;
         return KIV_NO_MBOX;
+    }
+    if (!hasMailbox(id)) {
+        // Deleted while it was made: whoever did that may have come before the name was there.
+        m_registry.removeName(name, id);
     }
     return id;
 }
@@ -230,22 +254,22 @@ bool Process::removeMailbox(kiv_mbox_id_t id)
     {
         const std::lock_guard lock(m_tables);
         const auto found = m_mailboxes.find(id);
-        if (found == m_mailboxes.end()) {
+        const auto slot = m_slots.find(slotOf(id));
+        if (found == m_mailboxes.end() || slot == m_slots.end()) {
             return false;
         }
-        const Slot& slot = m_slots[slotOf(id)];
-        if (slot.first != id) {
-            socket = slot.socket;
-            mailbox = std::move(found->second);
+        mailbox = found->second;
+        if (slot->second.first != id) {
+            socket = slot->second.socket;
             m_mailboxes.erase(found);
         }
     }
     if (!socket) {
-        removeQueue(slotOf(id));
+        removeQueue(mailbox.queue);
         return true;
     }
     mailbox.queue->removeMailbox(id);
-    m_registry.removeName(mailbox.name);
+    m_registry.removeName(mailbox.name, id);
     socket->announceDeath(id);
     for (const LocalMonitor& monitor : takeMonitors(id)) {
         if (const auto queue = monitor.queue.lock()) {
@@ -255,20 +279,21 @@ bool Process::removeMailbox(kiv_mbox_id_t id)
     return true;
 }
 
-void Process::removeQueue(std::uint32_t number)
+void Process::removeQueue(const std::shared_ptr<Queue>& queue)
 {
     Slot slot;
     std::vector<std::pair<kiv_mbox_id_t, Mailbox>> mailboxes;
     {
         const std::lock_guard lock(m_tables);
-        const auto found = m_slots.find(number);
-        if (found == m_slots.end()) {
+        const auto found = m_slots.find(queue->slot());
+        // The number may have been handed out again.
+        if (found == m_slots.end() || found->second.queue != queue) {
             return;
         }
         slot = std::move(found->second);
         m_slots.erase(found);
         for (auto at = m_mailboxes.begin(); at != m_mailboxes.end();) {
-            if (at->second.queue == slot.queue) {
+            if (at->second.queue == queue) {
                 mailboxes.emplace_back(at->first, std::move(at->second));
                 at = m_mailboxes.erase(at);
             } else {
@@ -276,15 +301,21 @@ void Process::removeQueue(std::uint32_t number)
             }
         }
     }
-    slot.queue->close();
+    for (const auto& [ref, watch] : queue->close()) {
+        if (watch.name.empty()) {
+            cancelMonitor(ref, watch.mailbox);
+        } else {
+            m_hunts.cancel(ref);
+        }
+    }
     for (const auto& [id, mailbox] : mailboxes) {
-        m_registry.removeName(mailbox.name);
+        m_registry.removeName(mailbox.name, id);
     }
     slot.socket->announceEnd();
     for (const auto& [id, mailbox] : mailboxes) {
         for (const LocalMonitor& monitor : takeMonitors(id)) {
-            if (const auto queue = monitor.queue.lock()) {
-                queue->deliver(monitor.ref, id);
+            if (const auto watching = monitor.queue.lock()) {
+                watching->deliver(monitor.ref, id);
             }
         }
     }
@@ -425,20 +456,24 @@ std::uint32_t Process::monitor(kiv_mbox_id_t mailbox, MessagePtr message, const 
 void Process::unmonitor(std::uint32_t ref, Queue& queue)
 {
     const Queue::Watch cancelled = queue.cancel(ref, false);
-    if (!cancelled.message) {
-        return;
+    if (cancelled.message) {
+        cancelMonitor(ref, cancelled.mailbox);
     }
+}
+
+void Process::cancelMonitor(std::uint32_t ref, kiv_mbox_id_t mailbox)
+{
     std::shared_ptr<Link> link;
     {
         const std::lock_guard lock(m_tables);
-        const auto [begin, end] = m_monitors.equal_range(cancelled.mailbox);
+        const auto [begin, end] = m_monitors.equal_range(mailbox);
         for (auto at = begin; at != end; ++at) {
             if (at->second.ref == ref) {
                 m_monitors.erase(at);
                 return;
             }
         }
-        if (const auto found = m_links.find(slotOf(cancelled.mailbox)); found != m_links.end()) {
+        if (const auto found = m_links.find(slotOf(mailbox)); found != m_links.end()) {
             link = found->second;
         }
     }

@@ -44,7 +44,7 @@ public:
     kiv_mbox_id_t addMailbox(const std::shared_ptr<Queue>& queue, const std::string& name);
     /// False where this process has no such mailbox. The first of a queue takes all of it along.
     bool removeMailbox(kiv_mbox_id_t id);
-    void removeQueue(std::uint32_t slot);
+    void removeQueue(const std::shared_ptr<Queue>& queue);
     bool hasMailbox(kiv_mbox_id_t id);
     /// The queue of a mailbox of this process, or null.
     std::shared_ptr<Queue> queueOf(kiv_mbox_id_t id);
@@ -85,6 +85,7 @@ private:
     void leave();
     std::shared_ptr<Link> linkTo(std::uint32_t slot);
     std::uint32_t nextRef();
+    void cancelMonitor(std::uint32_t ref, kiv_mbox_id_t mailbox);
     std::vector<LocalMonitor> takeMonitors(kiv_mbox_id_t id);
 
     Registry m_registry;

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <fcntl.h>
 #include <new>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
@@ -25,8 +26,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t batchSize = 8;
 constexpr std::size_t readyAtOnce = 16;
-/// So many messages of the local list at most, before the connections get their turn.
-constexpr unsigned localTurn = 64;
 /// A receive that may not wait gives up behind so many looks that brought nothing of use.
 constexpr unsigned mostLooks = 64;
 constexpr int socketBuffer = 1 << 20;
@@ -133,7 +132,7 @@ int Queue::open()
     return m_epoll && m_event && ::epoll_ctl(m_epoll.get(), EPOLL_CTL_ADD, m_event.get(), &event) == 0 ? 0 : errno;
 }
 
-void Queue::close()
+Queue::Watches Queue::close()
 {
     const std::lock_guard reading(m_reading);
     const std::lock_guard lock(m_mutex);
@@ -144,10 +143,16 @@ void Queue::close()
     }
     m_peers.clear();
     m_parked.clear();
-    m_watches.clear();
     m_local.clear();
     m_scanned = nullptr;
     setEvent(true);
+    return std::exchange(m_watches, {});
+}
+
+void Queue::quieten()
+{
+    const std::lock_guard lock(m_mutex);
+    setEvent(!m_local.empty());
 }
 
 kiv_mbox_id_t Queue::addMailbox()
@@ -195,7 +200,7 @@ MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
         const std::lock_guard lock(m_mutex);
         m_scanned = nullptr;
         taken = takeLocal(selector);
-        look = !taken || ++m_sinceRead >= localTurn;
+        look = !taken || ++m_sinceRead >= m_turn;
         // While this call waits, the event tells of what is new; what didn't match stays quiet until the end.
         setEvent(!look && !m_local.empty());
     }
@@ -205,9 +210,12 @@ MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
         if (count > 0) {
             const std::lock_guard reading(m_reading);
             MessageList fresh;
+            m_packets = 0;
             readReady({events.data(), static_cast<std::size_t>(count)}, fresh);
             const std::lock_guard lock(m_mutex);
             m_sinceRead = 0;
+            // As many are taken as were read before the next are read, or the list would grow under load.
+            m_turn = std::max(localTurn, m_packets);
             append(fresh);
             if (!taken) {
                 taken = takeLocal(selector);
@@ -232,6 +240,11 @@ MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
 void Queue::push(MessagePtr message)
 {
     const std::lock_guard lock(m_mutex);
+    pushLocked(std::move(message));
+}
+
+void Queue::pushLocked(MessagePtr message)
+{
     if (!m_closed && owns(message->frame.receiver)) {
         m_local.push(std::move(message));
         setEvent(true);
@@ -277,9 +290,8 @@ void Queue::addWatch(std::uint32_t ref, Watch watch)
     m_watches.emplace(ref, std::move(watch));
 }
 
-MessagePtr Queue::takeWatched(std::uint32_t ref, kiv_mbox_id_t sender)
+MessagePtr Queue::takeWatchedLocked(std::uint32_t ref, kiv_mbox_id_t sender)
 {
-    const std::lock_guard lock(m_mutex);
     const auto found = m_watches.find(ref);
     if (found == m_watches.end()) {
         return nullptr;
@@ -293,8 +305,10 @@ MessagePtr Queue::takeWatched(std::uint32_t ref, kiv_mbox_id_t sender)
 
 void Queue::deliver(std::uint32_t ref, kiv_mbox_id_t sender)
 {
-    if (MessagePtr message = takeWatched(ref, sender)) {
-        push(std::move(message));
+    // In one go: who cancels finds the message either waiting or delivered, never in between.
+    const std::lock_guard lock(m_mutex);
+    if (MessagePtr message = takeWatchedLocked(ref, sender)) {
+        pushLocked(std::move(message));
     }
 }
 
@@ -436,16 +450,24 @@ void Queue::readPeer(std::uint64_t key, MessageList& fresh)
     Peer& peer = found->second;
     const int count = m_batch->read(peer.socket.get());
     const auto packets = static_cast<std::size_t>(std::max(count, 0));
-    bool whole = true;
+    m_packets += static_cast<unsigned>(packets);
+    const char* bad = count < 0 && errno != EAGAIN && errno != EINTR ? "broken data connection" : nullptr;
+    bool over = false;
     for (std::size_t i = 0; i < packets; ++i) {
-        if (peer.ended && m_batch->headers[i].msg_len == 0) {
-            whole = false; // the end
+        over = over || (m_batch->headers[i].msg_len == 0 && isOver(peer));
+        if (over || bad != nullptr) {
+            // Looked at even behind a bad packet: it may hold descriptors.
+            const Passed passed(m_batch->headers[i].msg_hdr);
+        } else {
+            bad = takePacket(peer, i, fresh);
         }
-        // The rest of the batch is looked at even behind a bad packet: it may hold descriptors.
-        whole = takePacket(peer, i, fresh) && whole;
     }
-    if (!whole || (count < 0 && errno != EAGAIN && errno != EINTR)) {
-        cut(key, "malformed message", fresh);
+    if (bad != nullptr) {
+        cut(key, bad, fresh);
+        return;
+    }
+    if (over) {
+        removePeer(key, fresh);
         return;
     }
     if (!peer.ended && peer.deaths.empty()) {
@@ -459,25 +481,29 @@ void Queue::readPeer(std::uint64_t key, MessageList& fresh)
     }
 }
 
-/// False where the peer is to be cut off.
-bool Queue::takePacket(Peer& peer, std::size_t at, MessageList& fresh)
+/// Null, or why the peer is to be cut off.
+const char* Queue::takePacket(Peer& peer, std::size_t at, MessageList& fresh)
 {
     const mmsghdr& packet = m_batch->headers[at];
     Passed passed(packet.msg_hdr);
     ++peer.received;
-    if ((packet.msg_hdr.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0) {
-        return false;
+    constexpr const char* malformed = "malformed message";
+    if ((packet.msg_hdr.msg_flags & MSG_TRUNC) != 0) {
+        return malformed;
+    }
+    if ((packet.msg_hdr.msg_flags & MSG_CTRUNC) != 0) {
+        return passed.size() == 0 ? "no descriptor left" : malformed;
     }
     MessagePtr message =
         parseFrame({m_batch->packets + at * maxPacket, packet.msg_len}, {passed.begin(), passed.size()});
     if (!message) {
-        return false;
+        return malformed;
     }
     const Address address = addressOf(peer, message->frame);
     if (address == Address::ours) {
         fresh.push(std::move(message));
     }
-    return address != Address::foreign;
+    return address == Address::foreign ? malformed : nullptr;
 }
 
 Queue::Address Queue::addressOf(Peer& peer, const FrameHeader& frame)
@@ -498,7 +524,7 @@ bool Queue::isProven(Peer& peer, std::uint32_t slot)
         return true;
     }
     // The claim is still on its way to the I/O thread.
-    if (m_registry.ownerOf(slot) != peer.process) {
+    if (m_registry.ownerOf(slot, true) != peer.process) {
         return false;
     }
     peer.provenSlots.push_back(slot);
@@ -507,9 +533,10 @@ bool Queue::isProven(Peer& peer, std::uint32_t slot)
 
 void Queue::releaseDeaths(Peer& peer, bool drained, MessageList& fresh)
 {
+    const std::lock_guard lock(m_mutex);
     std::erase_if(peer.deaths, [&](const Death& death) {
         const bool due = peer.received >= death.count || (drained && death.count == allUnread);
-        if (MessagePtr message = due ? takeWatched(death.ref, death.mailbox) : nullptr) {
+        if (MessagePtr message = due ? takeWatchedLocked(death.ref, death.mailbox) : nullptr) {
             fresh.push(std::move(message));
         }
         return due;
@@ -544,6 +571,13 @@ Queue::Peer* Queue::peerOf(pid_t process, std::uint32_t slot)
         }
     }
     return nullptr;
+}
+
+/// Whether the sender closed its end, which a packet of length 0 looks like.
+bool Queue::isOver(const Peer& peer)
+{
+    pollfd state{peer.socket.get(), POLLRDHUP, 0};
+    return peer.ended || (::poll(&state, 1, 0) == 1 && (state.revents & POLLRDHUP) != 0);
 }
 
 bool Queue::hasUnread(const Peer& peer)

@@ -53,8 +53,14 @@ public:
 
     /// Returns 0 or an errno value.
     int open();
-    /// Nothing is received any more; everything queued is freed. A thread that waits in receive wakes up.
-    void close();
+    struct Watch;
+    using Watches = std::unordered_map<std::uint32_t, Watch>;
+
+    /// Nothing is received any more; everything queued is freed. A thread that waits in receive wakes up. Returns what
+    /// was still waited for.
+    Watches close();
+    /// Ends the wake-up that close() made, for a thread that didn't wait.
+    void quieten();
 
     std::uint32_t slot() const { return m_slot; }
     int descriptor() const { return m_epoll.get(); }
@@ -116,7 +122,7 @@ private:
 
     void readReady(std::span<const epoll_event> ready, MessageList& fresh);
     void readPeer(std::uint64_t key, MessageList& fresh);
-    bool takePacket(Peer& peer, std::size_t at, MessageList& fresh);
+    const char* takePacket(Peer& peer, std::size_t at, MessageList& fresh);
     Address addressOf(Peer& peer, const FrameHeader& frame);
     bool isProven(Peer& peer, std::uint32_t slot);
     void releaseDeaths(Peer& peer, bool drained, MessageList& fresh);
@@ -124,8 +130,11 @@ private:
     void cut(std::uint64_t key, const char* reason, MessageList& fresh);
     Peer* peerOf(pid_t process, std::uint32_t slot);
     static bool hasUnread(const Peer& peer);
+    static bool isOver(const Peer& peer);
 
-    MessagePtr takeWatched(std::uint32_t ref, kiv_mbox_id_t sender);
+    /// These two with m_mutex held.
+    void pushLocked(MessagePtr message);
+    MessagePtr takeWatchedLocked(std::uint32_t ref, kiv_mbox_id_t sender);
     bool owns(kiv_mbox_id_t id) const;
     MessagePtr takeLocal(const Selector& selector);
     void append(MessageList& fresh);
@@ -142,13 +151,17 @@ private:
     std::uint64_t m_lastKey = 0; ///< key 0 is the event descriptor
     std::unordered_map<std::uint64_t, Peer> m_peers;
     std::vector<Parked> m_parked;
+    unsigned m_packets = 0; ///< of the read that goes on
 
     std::mutex m_mutex;
     MessageList m_local;
     Message* m_scanned = nullptr; ///< up to here nothing matched in the call that goes on
     bool m_eventSet = false;
+    /// So many messages of the local list at least, before the connections get their turn.
+    static constexpr unsigned localTurn = 64;
+    unsigned m_turn = localTurn;
     unsigned m_sinceRead = 0; ///< messages taken since the connections were looked at
-    std::unordered_map<std::uint32_t, Watch> m_watches;
+    Watches m_watches;
 
     std::uint32_t m_lastIndex = 0;
     std::vector<std::uint32_t> m_indices; ///< sorted

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -15,14 +16,19 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace kiv {
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr int listenBacklog = 4096;
 constexpr suseconds_t busyWaitUs = 100'000;
+constexpr auto lockPatience = 5s;
+constexpr auto lockInterval = 1ms;
 constexpr std::size_t longestEscaped = 200;
 
 Descriptor openDirectory(const std::string& path)
@@ -76,7 +82,8 @@ std::string packed(const std::string& name)
 
 } // namespace
 
-/// The registry's lock for as long as the object lives. A killed process gives it back.
+/// The registry's lock for as long as the object lives. A killed process gives it back; one that is stopped while it
+/// has it holds up the others no longer than their patience.
 class Registry::Lock
 {
 public:
@@ -87,7 +94,16 @@ public:
             m_file = Descriptor(
                 ::openat(registry.m_directory.get(), "lock", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
         }
-        while (m_file && ::flock(m_file.get(), LOCK_EX) != 0 && errno == EINTR) {
+        const auto end = std::chrono::steady_clock::now() + lockPatience;
+        while (m_file && ::flock(m_file.get(), LOCK_EX | LOCK_NB) != 0) {
+            const int error = errno;
+            if (error != EINTR && error != EWOULDBLOCK) {
+                fail(error);
+            } else if (std::chrono::steady_clock::now() >= end) {
+                fail(ETIMEDOUT);
+            } else {
+                std::this_thread::sleep_for(lockInterval);
+            }
         }
     }
     /// Unlocks by itself: a child being forked right now may hold a copy of the descriptor.
@@ -103,6 +119,12 @@ public:
     explicit operator bool() const { return static_cast<bool>(m_file); }
 
 private:
+    void fail(int error)
+    {
+        m_file.reset();
+        errno = error;
+    }
+
     Descriptor m_file;
 };
 
@@ -154,23 +176,28 @@ bool Registry::freeStaleSlot(std::uint32_t slot) const
     if (isAlive(slot)) {
         return false;
     }
-    removeNamesOf(slot);
-    return ::unlinkat(m_slots.get(), file.c_str(), 0) == 0;
+    return removeNamesOf(slot) && ::unlinkat(m_slots.get(), file.c_str(), 0) == 0;
 }
 
-void Registry::removeNamesOf(std::uint32_t slot) const
+/// False where not all could be removed: the next owner of the slot would have them.
+bool Registry::removeNamesOf(std::uint32_t slot) const
 {
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(m_namePath.c_str()), ::closedir);
+    if (!directory) {
+        return false;
+    }
     std::vector<std::string> stale;
-    while (const dirent* entry = directory ? ::readdir(directory.get()) : nullptr) {
+    while (const dirent* entry = ::readdir(directory.get())) {
         const kiv_mbox_id_t id = readFile(entry->d_name);
         if (id != KIV_NO_MBOX && slotOf(id) == slot) {
             stale.emplace_back(entry->d_name);
         }
     }
+    bool removed = true;
     for (const std::string& file : stale) {
-        ::unlinkat(m_names.get(), file.c_str(), 0);
+        removed = (::unlinkat(m_names.get(), file.c_str(), 0) == 0 || errno == ENOENT) && removed;
     }
+    return removed;
 }
 
 Registry::Slot Registry::claimSlot()
@@ -233,9 +260,12 @@ int Registry::addName(const std::string& name, kiv_mbox_id_t id)
     return ::symlinkat(target.c_str(), m_names.get(), file.c_str()) == 0 ? 0 : errno;
 }
 
-void Registry::removeName(const std::string& name)
+void Registry::removeName(const std::string& name, kiv_mbox_id_t id)
 {
-    ::unlinkat(m_names.get(), fileName(name).c_str(), 0);
+    const std::string file = fileName(name);
+    if (readFile(file) == id) {
+        ::unlinkat(m_names.get(), file.c_str(), 0);
+    }
 }
 
 kiv_mbox_id_t Registry::readName(const std::string& name) const
@@ -272,13 +302,16 @@ bool Registry::isAlive(std::uint32_t slot) const
     return connectSlot(slot) || (errno != ECONNREFUSED && errno != ENOENT);
 }
 
-pid_t Registry::ownerOf(std::uint32_t slot) const
+std::optional<pid_t> Registry::ownerOf(std::uint32_t slot, bool patient) const
 {
-    const Descriptor socket = makeSocket(0);
+    const Descriptor socket = makeSocket(patient ? 0 : SOCK_NONBLOCK);
     const timeval limit{0, busyWaitUs};
-    if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0 ||
-        connectTo(socket.get(), m_slots.get(), slot) != 0) {
-        return 0;
+    if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0) {
+        return std::nullopt;
+    }
+    if (connectTo(socket.get(), m_slots.get(), slot) != 0) {
+        const bool gone = errno == ECONNREFUSED || errno == ENOENT;
+        return gone ? std::optional<pid_t>(0) : std::nullopt;
     }
     return peerProcess(socket.get());
 }

@@ -18,6 +18,7 @@
 #include "kiv/descriptor.h"
 #include "kiv/kiv.h"
 
+#include <optional>
 #include <string>
 #include <sys/types.h>
 
@@ -40,8 +41,8 @@ public:
 
     /// Returns 0 or an errno value: EEXIST where the name belongs to a living slot.
     int addName(const std::string& name, kiv_mbox_id_t id);
-    /// To be called while the slot is still alive.
-    void removeName(const std::string& name);
+    /// To be called while the slot is still alive. Leaves a name alone that belongs to another mailbox.
+    void removeName(const std::string& name, kiv_mbox_id_t id);
     /// The id behind a name, alive or not; KIV_NO_MBOX where there is none.
     kiv_mbox_id_t readName(const std::string& name) const;
 
@@ -49,9 +50,9 @@ public:
     /// is alive but busy.
     Descriptor connectSlot(std::uint32_t slot) const;
     bool isAlive(std::uint32_t slot) const;
-    /// The process that listens on a slot, as the kernel knows it; 0 where it can't be told. Waits a little for a busy
-    /// one.
-    pid_t ownerOf(std::uint32_t slot) const;
+    /// The process that listens on a slot, as the kernel knows it; 0 where there is none. Nothing where that can't be
+    /// told now, because the slot is busy (waited for a little, where `patient`) or the system is short of something.
+    std::optional<pid_t> ownerOf(std::uint32_t slot, bool patient) const;
 
     const std::string& nameDirectory() const { return m_namePath; }
     /// The name of a mailbox as a file name: printable, without slashes.
@@ -62,7 +63,7 @@ private:
     std::uint32_t lastSlotNumber() const;
     void storeLastSlotNumber(std::uint32_t slot) const;
     bool freeStaleSlot(std::uint32_t slot) const;
-    void removeNamesOf(std::uint32_t slot) const;
+    bool removeNamesOf(std::uint32_t slot) const;
     kiv_mbox_id_t readFile(const std::string& file) const;
 
     Descriptor m_directory;

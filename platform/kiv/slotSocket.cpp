@@ -17,6 +17,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto acceptPause = 100ms;
+constexpr auto helloPatience = 5s;
+constexpr auto checkRetry = 10ms;
+constexpr std::size_t mostDeferred = 65'536;
 /// What one peer can make this process remember.
 constexpr std::size_t mostMonitors = 65'536;
 constexpr int acceptsAtOnce = 64;
@@ -24,18 +27,18 @@ constexpr int acceptsAtOnce = 64;
 } // namespace
 
 SlotSocket::SlotSocket(Process& process, Registry::Slot slot, const std::shared_ptr<Queue>& queue)
-    : m_process(process), m_slot(std::move(slot)),
-      m_gate(std::make_shared<Gate>(process, m_slot.listening.get(), queue)),
-      m_token(process.io().add(m_slot.listening.get(), EPOLLIN, m_gate))
+    : m_process(process), m_number(slot.number),
+      m_gate(std::make_shared<Gate>(process, std::move(slot.listening), queue)),
+      m_token(process.io().add(m_gate->listening(), EPOLLIN, m_gate))
 {
     m_gate->watchWith(m_token);
 }
 
 SlotSocket::~SlotSocket()
 {
-    m_process.io().remove(m_token, m_slot.listening.get());
-    m_process.registry().removeSlot(m_slot.number);
-    m_process.io().post([gate = m_gate] { gate->endAll(); });
+    m_process.io().remove(m_token, m_gate->listening());
+    m_process.registry().removeSlot(m_number);
+    m_process.io().post([gate = m_gate] { gate->close(); });
 }
 
 void SlotSocket::announceDeath(kiv_mbox_id_t mailbox)
@@ -51,8 +54,8 @@ void SlotSocket::announceEnd()
     });
 }
 
-Gate::Gate(Process& process, int listening, const std::shared_ptr<Queue>& queue)
-    : m_process(process), m_listening(listening), m_queue(queue)
+Gate::Gate(Process& process, Descriptor listening, const std::shared_ptr<Queue>& queue)
+    : m_process(process), m_listening(std::move(listening)), m_queue(queue)
 {
 }
 
@@ -62,7 +65,7 @@ void Gate::onEvents(std::uint32_t /*events*/)
         Descriptor socket;
         {
             const DescriptorScope scope;
-            socket = Descriptor(::accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+            socket = Descriptor(::accept4(m_listening.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         }
         if (!socket) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
@@ -80,10 +83,10 @@ void Gate::onEvents(std::uint32_t /*events*/)
 void Gate::pause()
 {
     logLine("no descriptors left for new peers");
-    m_process.io().modify(m_token, m_listening, 0);
+    m_process.io().modify(m_token, m_listening.get(), 0);
     m_process.io().after(acceptPause, [weak = weak_from_this()] {
         if (const auto gate = weak.lock()) {
-            gate->m_process.io().modify(gate->m_token, gate->m_listening, EPOLLIN);
+            gate->m_process.io().modify(gate->m_token, gate->listening(), EPOLLIN);
         }
     });
 }
@@ -104,12 +107,30 @@ void Gate::endAll()
     }
 }
 
+void Gate::close()
+{
+    endAll();
+    m_listening.reset();
+}
+
 Visitor::Visitor(Gate& gate, Process& process) : m_gate(&gate), m_process(process), m_channel(process.io()) {}
 
 void Visitor::start(Descriptor socket)
 {
     m_pid = peerProcess(socket.get());
-    m_channel.open(std::move(socket), shared_from_this());
+    if (m_pid == 0) {
+        end("the kernel doesn't know it");
+        return;
+    }
+    if (!m_channel.open(std::move(socket), shared_from_this())) {
+        end("it can't be watched");
+        return;
+    }
+    m_process.io().after(helloPatience, [weak = weak_from_this()] {
+        if (const auto self = weak.lock(); self && !self->m_greeted) {
+            self->end("no hello");
+        }
+    });
 }
 
 void Visitor::onEvents(std::uint32_t events)
@@ -117,12 +138,12 @@ void Visitor::onEvents(std::uint32_t events)
     if ((events & EPOLLOUT) != 0 && m_gate != nullptr && !m_channel.flush()) {
         end(nullptr);
     }
-    while (m_gate != nullptr) {
+    for (int count = 0; count < framesAtOnce && m_gate != nullptr; ++count) {
         ControlFrame frame;
         Descriptor passed;
         switch (m_channel.receive(frame, passed)) {
         case Channel::Received::frame:
-            if (const char* reason = passed ? "unexpected descriptor" : handle(frame)) {
+            if (const char* reason = passed ? "unexpected descriptor" : take(frame)) {
                 end(reason);
             }
             break;
@@ -151,12 +172,33 @@ void Visitor::end(const char* reason)
             logLine("process %d cut off: %s", static_cast<int>(m_pid), reason);
         }
     }
-    m_channel.close();
     Gate* gate = std::exchange(m_gate, nullptr);
+    // First of all: who sees the end of the connection must not get anything through any more.
     if (const auto queue = m_dataKey != 0 ? gate->queue() : nullptr) {
         queue->endPeer(m_dataKey);
     }
+    m_channel.close();
     gate->forget(self);
+}
+
+const char* Visitor::take(const ControlFrame& frame)
+{
+    if (m_deferred.empty()) {
+        return handle(frame);
+    }
+    m_deferred.push_back(frame);
+    return m_deferred.size() > mostDeferred ? "too much to check" : nullptr;
+}
+
+void Visitor::resume()
+{
+    std::deque<ControlFrame> frames;
+    frames.swap(m_deferred);
+    for (; m_gate != nullptr && !frames.empty(); frames.pop_front()) {
+        if (const char* reason = take(frames.front())) {
+            end(reason);
+        }
+    }
 }
 
 const char* Visitor::handle(const ControlFrame& frame)
@@ -170,9 +212,8 @@ const char* Visitor::handle(const ControlFrame& frame)
     }
     switch (frame.kind) {
     case ControlKind::open:
-        return openData(frame.slot);
     case ControlKind::claim:
-        return claim(frame.slot);
+        return handleProven(frame);
     case ControlKind::monitor:
         return monitor(frame);
     case ControlKind::unmonitor:
@@ -183,13 +224,34 @@ const char* Visitor::handle(const ControlFrame& frame)
     }
 }
 
+/// What takes effect only when the slot is the peer's.
+const char* Visitor::handleProven(const ControlFrame& frame)
+{
+    const bool opens = frame.kind == ControlKind::open;
+    const bool anonymous = opens && frame.slot == 0;
+    if (!anonymous) {
+        const bool exists = frame.slot != 0 && frame.slot <= lastSlot;
+        const auto owner = exists ? m_process.registry().ownerOf(frame.slot, false) : 0;
+        if (!owner) {
+            m_deferred.push_back(frame);
+            m_process.io().after(checkRetry, [weak = weak_from_this()] {
+                if (const auto self = weak.lock()) {
+                    self->resume();
+                }
+            });
+            return nullptr;
+        }
+        if (*owner != m_pid) {
+            return "slot of another process";
+        }
+    }
+    return opens ? openData(frame.slot) : claim(frame.slot);
+}
+
 const char* Visitor::openData(std::uint32_t slot)
 {
     if (m_dataKey != 0) {
         return "second data connection";
-    }
-    if (slot != 0 && (slot > lastSlot || m_process.registry().ownerOf(slot) != m_pid)) {
-        return "slot of another process";
     }
     const auto queue = m_gate->queue();
     if (!queue) {
@@ -221,8 +283,8 @@ const char* Visitor::claim(std::uint32_t slot)
         end(nullptr);
         return nullptr;
     }
-    if (m_dataKey == 0 || slot == 0 || slot > lastSlot || m_process.registry().ownerOf(slot) != m_pid) {
-        return "slot of another process";
+    if (m_dataKey == 0) {
+        return "claim without data connection";
     }
     queue->addProvenSlot(m_dataKey, slot);
     ControlFrame answer;

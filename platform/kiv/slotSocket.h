@@ -14,6 +14,7 @@
 #include "kiv/queue.h"
 #include "kiv/registry.h"
 
+#include <deque>
 #include <memory>
 #include <unordered_map>
 #include <unordered_set>
@@ -29,10 +30,12 @@ public:
     /// Starts to listen.
     SlotSocket(Process& process, Registry::Slot slot, const std::shared_ptr<Queue>& queue);
     ~SlotSocket();
+    /// Whether it does.
+    explicit operator bool() const { return m_token != 0; }
     SlotSocket(const SlotSocket&) = delete;
     SlotSocket& operator=(const SlotSocket&) = delete;
 
-    std::uint32_t slot() const { return m_slot.number; }
+    std::uint32_t slot() const { return m_number; }
     /// Tells the peers that a mailbox of the slot is gone.
     void announceDeath(kiv_mbox_id_t mailbox);
     /// Tells them that all are; then the connections end.
@@ -40,7 +43,7 @@ public:
 
 private:
     Process& m_process;
-    Registry::Slot m_slot;
+    const std::uint32_t m_number;
     std::shared_ptr<Gate> m_gate;
     std::uint64_t m_token;
 };
@@ -64,9 +67,12 @@ private:
         std::uint32_t slot; ///< of the queue that waits
     };
     /// Null, or why the connection ends.
+    const char* take(const ControlFrame& frame);
     const char* handle(const ControlFrame& frame);
+    const char* handleProven(const ControlFrame& frame);
     const char* openData(std::uint32_t slot);
     const char* claim(std::uint32_t slot);
+    void resume();
     const char* monitor(const ControlFrame& frame);
     bool sendDeath(std::uint32_t ref, const Monitor& monitor);
 
@@ -76,13 +82,14 @@ private:
     pid_t m_pid = 0;
     bool m_greeted = false;
     std::uint64_t m_dataKey = 0;
+    std::deque<ControlFrame> m_deferred; ///< waiting, in their order, until the first of them can be checked
     std::unordered_map<std::uint32_t, Monitor> m_monitors;
 };
 
 class Gate : public Handler, public std::enable_shared_from_this<Gate>
 {
 public:
-    Gate(Process& process, int listening, const std::shared_ptr<Queue>& queue);
+    Gate(Process& process, Descriptor listening, const std::shared_ptr<Queue>& queue);
 
     void onEvents(std::uint32_t events) override;
     void watchWith(std::uint64_t token) { m_token = token; }
@@ -91,12 +98,15 @@ public:
     void forget(const std::shared_ptr<Visitor>& visitor) { m_visitors.erase(visitor); }
     void announceDeath(kiv_mbox_id_t mailbox);
     void endAll();
+    /// Nobody is accepted any more.
+    void close();
+    int listening() const { return m_listening.get(); }
 
 private:
     void pause();
 
     Process& m_process;
-    const int m_listening;
+    Descriptor m_listening; ///< closed on the I/O thread, so that it never accepts on another's descriptor
     std::atomic<std::uint64_t> m_token = 0;
     std::weak_ptr<Queue> m_queue;
     std::unordered_set<std::shared_ptr<Visitor>> m_visitors;

@@ -56,8 +56,8 @@ std::uint32_t Monitor::monitor(std::uint32_t mboxId, std::function<void(std::uin
         return noMonitor;
     }
     const std::uint32_t id = nextId();
-    m_tickets.emplace(id, ticket);
     m_pending.emplace(ticket, Monitored{id, mboxId, reference, std::move(callback)});
+    m_tickets.emplace(id, ticket);
     return id;
 }
 
@@ -66,7 +66,9 @@ void Monitor::stopMonitor(std::uint32_t monitorId)
     const auto ticket = m_tickets.extract(monitorId);
     if (!ticket.empty()) {
         const auto stopped = m_pending.extract(ticket.mapped());
-        kiv_unmonitor(stopped.mapped().kivReference);
+        if (!stopped.empty()) {
+            kiv_unmonitor(stopped.mapped().kivReference);
+        }
     }
 }
 

@@ -70,6 +70,13 @@ public:
         pollfd state{m_control, 0, 0};
         return ::poll(&state, 1, static_cast<int>(patience)) == 1 && (state.revents & POLLHUP) != 0;
     }
+    /// Whether a claim of this slot is confirmed.
+    bool isServed(std::uint32_t slot)
+    {
+        tell(frame(ControlKind::claim, 0, slot));
+        ControlFrame answer;
+        return ::recv(m_control, &answer, sizeof answer, 0) == sizeof answer && answer.kind == ControlKind::claimed;
+    }
     /// Says hello and asks for a data connection in the name of a slot. False when it isn't given.
     bool open(std::uint32_t slot)
     {
@@ -287,6 +294,18 @@ TEST_F(KivForgery, garbage_on_the_data_connection_cuts_off)
     for (const int descriptor : {sealed, open, file}) {
         ::close(descriptor);
     }
+}
+
+TEST_F(KivForgery, a_peer_may_stop_sending_and_stay)
+{
+    RawPeer raw(kiv::slotOf(own));
+    ASSERT_TRUE(raw.open(0));
+    raw.packet({KIV_NO_MBOX, own, 8, FrameKind::inlined}, "12345678");
+    ::shutdown(raw.data(), SHUT_WR);
+    EXPECT_TRUE(receive());
+    EXPECT_FALSE(receive(0));
+    EXPECT_FALSE(readable());
+    EXPECT_TRUE(raw.isServed(kiv::slotOf(own)));
 }
 
 TEST_F(KivForgery, a_peer_can_not_keep_a_dead_ones_connection_in_use)

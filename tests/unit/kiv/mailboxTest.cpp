@@ -2,10 +2,15 @@
 
 #include "peers.h"
 
+#include "kiv/id.h"
+#include "kiv/registry.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
+#include <fstream>
 #include <future>
 #include <gtest/gtest.h>
 #include <string>
@@ -195,6 +200,81 @@ TEST_F(KivMailbox, monitors_and_hunts_can_be_cancelled_also_when_delivered)
     kiv_unhunt(pending);
     EXPECT_NE(kiv_clone_mailbox(own, "later"), KIV_NO_MBOX);
     EXPECT_FALSE(readable());
+}
+
+TEST_F(KivMailbox, a_cancelled_monitor_is_silent_also_when_the_death_comes_meanwhile)
+{
+    std::promise<kiv_mbox_id_t> created;
+    std::thread killer([&] {
+        created.set_value(kiv_create_mailbox("killer"));
+        for (Msg victim = receive(); victim && victim->number != 0; victim = receive()) {
+            kiv_delete_mailbox(victim->number);
+            send(kiv_sender(victim.get()), 1);
+        }
+    });
+    const kiv_mbox_id_t id = created.get_future().get();
+    for (int round = 0; round < 300; ++round) {
+        const kiv_mbox_id_t clone = kiv_clone_mailbox(own, "victim");
+        const std::uint32_t ref = kiv_monitor(clone, kiv_alloc(4, 0xDEAD));
+        send(id, clone);
+        const Msg done = round % 2 == 0 ? receive(patience, id) : nullptr;
+        kiv_unmonitor(ref);
+        ASSERT_TRUE(done || receive(patience, id));
+        ASSERT_FALSE(receive(0)) << round;
+    }
+    send(id, 0);
+    killer.join();
+}
+
+TEST_F(KivMailbox, a_name_is_removed_for_its_owner_only)
+{
+    kiv::Registry registry;
+    ASSERT_EQ(registry.open(), 0);
+    registry.removeName("own", own + 1);
+    EXPECT_EQ(kiv_locate("own"), own);
+    registry.removeName("own", own);
+    EXPECT_EQ(kiv_locate("own"), KIV_NO_MBOX);
+}
+
+TEST_F(KivMailbox, a_clone_made_while_its_queue_is_deleted_leaves_nothing)
+{
+    for (int round = 0; round < 50; ++round) {
+        std::promise<kiv_mbox_id_t> created;
+        kiv_mbox_id_t clone = KIV_NO_MBOX;
+        std::thread owner([&] {
+            const kiv_mbox_id_t first = kiv_create_mailbox("first");
+            created.set_value(first);
+            clone = kiv_clone_mailbox(first, "clone");
+        });
+        kiv_delete_mailbox(created.get_future().get()); // or the thread's end does it first
+        owner.join();
+        ASSERT_EQ(kiv_locate("clone"), KIV_NO_MBOX) << round;
+        ASSERT_EQ(kiv_delete_mailbox(clone), ENOENT);
+    }
+}
+
+TEST_F(KivMailbox, the_end_of_a_thread_spares_who_got_the_number_of_its_deleted_queue)
+{
+    std::promise<kiv_mbox_id_t> created;
+    std::promise<void> deleted;
+    std::thread former([&] {
+        created.set_value(kiv_create_mailbox("former"));
+        deleted.get_future().wait();
+    });
+    const kiv_mbox_id_t id = created.get_future().get();
+    EXPECT_EQ(kiv_delete_mailbox(id), 0);
+    // The next number handed out is the same again.
+    const std::uint32_t last = kiv::slotOf(id) - 1;
+    std::ofstream(std::string(std::getenv("RU_DIR")) + "/kiv/last", std::ios::binary)
+        .write(reinterpret_cast<const char*>(&last), sizeof last);
+    std::thread successor([&] {
+        EXPECT_EQ(kiv::slotOf(kiv_create_mailbox("successor")), kiv::slotOf(id));
+        deleted.set_value();
+        former.join();
+        EXPECT_NE(kiv_current_mbox(), KIV_NO_MBOX);
+        EXPECT_EQ(kiv_locate("successor"), kiv_current_mbox());
+    });
+    successor.join();
 }
 
 TEST_F(KivMailbox, a_hunt_finds_what_is_there_and_what_comes)
