@@ -27,6 +27,12 @@ class SetUtcTimeRej;
 class GetProductInfoReq;
 class GetContainerPidReq;
 class SubscribeFaultsReq;
+class SubscribeFaultsCfm;
+class FaultInd;
+class FaultCeaseInd;
+class SetOamStateReq;
+class SetOamStateCfm;
+class SetOamStateRej;
 class ConnectivitySetSupervisionTimeoutReq;
 class ConnectivitySetSupervisionTimeoutCfm;
 class ConnectivitySetSupervisionTimeoutRej;
@@ -57,6 +63,11 @@ inline constexpr std::uint32_t SetUtcTimeRej = 0x170773B;
 inline constexpr std::uint32_t GetProductInfoReq = 0x170773C;
 inline constexpr std::uint32_t GetContainerPidReq = 0x170773F;
 inline constexpr std::uint32_t SubscribeFaultsReq = 0x1707753;
+inline constexpr std::uint32_t SubscribeFaultsCfm = 0x1707754;
+inline constexpr std::uint32_t FaultInd = 0x1707759;
+inline constexpr std::uint32_t FaultCeaseInd = 0x170775A;
+inline constexpr std::uint32_t SetOamStateCfm = 0x170775B;
+inline constexpr std::uint32_t SetOamStateRej = 0x170775C;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutReq = 0x170776D;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutCfm = 0x170776E;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutRej = 0x170776F;
@@ -66,6 +77,7 @@ inline constexpr std::uint32_t ConnectivityConnectedRej = 0x1707772;
 inline constexpr std::uint32_t ConnectivityNotConnectedReq = 0x1707773;
 inline constexpr std::uint32_t ConnectivityNotConnectedCfm = 0x1707774;
 inline constexpr std::uint32_t ConnectivityNotConnectedRej = 0x1707775;
+inline constexpr std::uint32_t SetOamStateReq = 0x170778C;
 } // namespace MsgNo
 
 /// All of them with their full names.
@@ -88,6 +100,11 @@ inline constexpr std::array messages{
     MessageNumber{MsgNo::GetProductInfoReq, "tolme.dunl.GetProductInfoReq"},
     MessageNumber{MsgNo::GetContainerPidReq, "tolme.dunl.GetContainerPidReq"},
     MessageNumber{MsgNo::SubscribeFaultsReq, "tolme.dunl.SubscribeFaultsReq"},
+    MessageNumber{MsgNo::SubscribeFaultsCfm, "tolme.dunl.SubscribeFaultsCfm"},
+    MessageNumber{MsgNo::FaultInd, "tolme.dunl.FaultInd"},
+    MessageNumber{MsgNo::FaultCeaseInd, "tolme.dunl.FaultCeaseInd"},
+    MessageNumber{MsgNo::SetOamStateCfm, "tolme.dunl.SetOamStateCfm"},
+    MessageNumber{MsgNo::SetOamStateRej, "tolme.dunl.SetOamStateRej"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutReq, "tolme.dunl.ConnectivitySetSupervisionTimeoutReq"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutCfm, "tolme.dunl.ConnectivitySetSupervisionTimeoutCfm"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutRej, "tolme.dunl.ConnectivitySetSupervisionTimeoutRej"},
@@ -97,6 +114,7 @@ inline constexpr std::array messages{
     MessageNumber{MsgNo::ConnectivityNotConnectedReq, "tolme.dunl.ConnectivityNotConnectedReq"},
     MessageNumber{MsgNo::ConnectivityNotConnectedCfm, "tolme.dunl.ConnectivityNotConnectedCfm"},
     MessageNumber{MsgNo::ConnectivityNotConnectedRej, "tolme.dunl.ConnectivityNotConnectedRej"},
+    MessageNumber{MsgNo::SetOamStateReq, "tolme.dunl.SetOamStateReq"},
 };
 
 } // namespace tolme::dunl

@@ -21,6 +21,9 @@ class RegisterMmiUserRej;
 class UnregisterMmiUserReq;
 class UnregisterMmiUserCfm;
 class UnregisterMmiUserRej;
+class SetVisualIndicationReq;
+class SetVisualIndicationCfm;
+class SetVisualIndicationRej;
 
 /// The number that a message travels under.
 namespace MsgNo {
@@ -36,6 +39,9 @@ inline constexpr std::uint32_t RegisterMmiUserRej = 0x1707582;
 inline constexpr std::uint32_t UnregisterMmiUserReq = 0x1707583;
 inline constexpr std::uint32_t UnregisterMmiUserCfm = 0x1707584;
 inline constexpr std::uint32_t UnregisterMmiUserRej = 0x1707585;
+inline constexpr std::uint32_t SetVisualIndicationReq = 0x1707586;
+inline constexpr std::uint32_t SetVisualIndicationCfm = 0x1707587;
+inline constexpr std::uint32_t SetVisualIndicationRej = 0x1707588;
 } // namespace MsgNo
 
 /// All of them with their full names.
@@ -52,6 +58,9 @@ inline constexpr std::array messages{
     MessageNumber{MsgNo::UnregisterMmiUserReq, "tolme.fesk.UnregisterMmiUserReq"},
     MessageNumber{MsgNo::UnregisterMmiUserCfm, "tolme.fesk.UnregisterMmiUserCfm"},
     MessageNumber{MsgNo::UnregisterMmiUserRej, "tolme.fesk.UnregisterMmiUserRej"},
+    MessageNumber{MsgNo::SetVisualIndicationReq, "tolme.fesk.SetVisualIndicationReq"},
+    MessageNumber{MsgNo::SetVisualIndicationCfm, "tolme.fesk.SetVisualIndicationCfm"},
+    MessageNumber{MsgNo::SetVisualIndicationRej, "tolme.fesk.SetVisualIndicationRej"},
 };
 
 } // namespace tolme::fesk

@@ -47,12 +47,12 @@ template <typename Record>
 class NewSignal
 {
 public:
-    NewSignal(std::uint32_t clientRef, std::uint32_t serverRef)
+    /// The references in the order of the record's header.
+    NewSignal(std::uint32_t firstRef, std::uint32_t secondRef)
         : m_msg(kiv_alloc(static_cast<std::uint32_t>(sizeof(Record)), Record::number))
     {
         if (m_msg != nullptr) {
-            record().header.clientRef = clientRef;
-            record().header.serverRef = serverRef;
+            record().header.setReferences(firstRef, secondRef);
         }
     }
     ~NewSignal() { kiv_free(m_msg); }
@@ -63,6 +63,7 @@ public:
     explicit operator bool() const { return m_msg != nullptr; }
     Record& operator*() { return record(); }
     Record* operator->() { return &record(); }
+    const kiv_msg& message() const { return *m_msg; }
 
     /// Hands it over; the signal is empty afterwards.
     void send(std::uint32_t receiver, std::uint32_t sender) { kiv_send(&m_msg, receiver, sender); }

@@ -18,6 +18,12 @@ struct VornSignalHeader {
     VornSigNo sigNo;
     VornU32 clientRef;
     VornU32 serverRef;
+
+    void setReferences(std::uint32_t client, std::uint32_t server)
+    {
+        clientRef = client;
+        serverRef = server;
+    }
 };
 static_assert(sizeof(VornSignalHeader) == 12 && alignof(VornSignalHeader) == 1);
 static_assert(offsetof(VornSignalHeader, clientRef) == 4 && offsetof(VornSignalHeader, serverRef) == 8);

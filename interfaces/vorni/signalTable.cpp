@@ -1,9 +1,12 @@
 #include "vorni/signalTable.h"
 
+#include "rhune/rhuneSignals.h"
 #include "vorni/connection.h"
 #include "vorni/deepSleep.h"
+#include "vorni/faults.h"
 #include "vorni/linkSupervision.h"
 #include "vorni/mmi.h"
+#include "vorni/oamState.h"
 #include "vorni/utc.h"
 
 #include <algorithm>
@@ -46,6 +49,28 @@ constexpr std::array selectMmiReqFields{VORN_FIELD(OmlaVornSelectMmiReqS, mode, 
 constexpr std::array setUtcTimeReqFields{VORN_FIELD(OmlaVornSetUtcTimeReqS, utcTime, "passed on untouched")};
 constexpr std::array setUtcTimeRejFields{VORN_FIELD(OmlaVornSetUtcTimeRejS, errorCode, "1"),
                                          VORN_FIELD(OmlaVornSetUtcTimeRejS, description, "")};
+constexpr std::array auditCfmFields{VORN_FIELD(OmlaVornAuditCfmS, state, "0 starting, 1 operational, 2 disabled")};
+constexpr std::array faultIndFields{VORN_FIELD(OmlaVornFaultIndS, faultId, ""),
+                                    VORN_FIELD(OmlaVornFaultIndS, faultDescription, ""),
+                                    VORN_FIELD(OmlaVornFaultIndS, faultCase, "the producer's sub-code")};
+constexpr std::array faultceaseIndFields{VORN_FIELD(OmlaVornFaultceaseIndS, faultId, ""),
+                                         VORN_FIELD(OmlaVornFaultceaseIndS, faultCase, "of the fault that was raised")};
+using FaultWithLabelIndS = OmlaVornFaultWithRecoveryTimeAndHwFaultLabelIndS;
+constexpr std::array faultWithLabelIndFields{VORN_FIELD(FaultWithLabelIndS, faultId, ""),
+                                             VORN_FIELD(FaultWithLabelIndS, faultDescription, ""),
+                                             VORN_FIELD(FaultWithLabelIndS, faultCase, "the producer's sub-code"),
+                                             VORN_FIELD(FaultWithLabelIndS, recoveryTime, "seconds, 300 at least"),
+                                             VORN_FIELD(FaultWithLabelIndS, hwFaultLabel, "may be empty")};
+constexpr std::array rhuneConnEstablishReqFields{
+    VORN_FIELD(RhuneVornConnEstablishReqS, nbrOfSupportedProtocolRev, "the revisions follow, 4 bytes each")};
+constexpr std::array rhuneConnEstablishCfmFields{VORN_FIELD(RhuneVornConnEstablishCfmS, selectedProtocolRevision, "1")};
+constexpr std::array rhuneConnEstablishRejFields{VORN_FIELD(RhuneVornConnEstablishRejS, errorCode, "1"),
+                                                 VORN_FIELD(RhuneVornConnEstablishRejS, errorDescription, "")};
+constexpr std::array rhuneFaultFwdFields{VORN_FIELD(RhuneVornFaultFwdS, faultId, ""),
+                                         VORN_FIELD(RhuneVornFaultFwdS, faultDescription, ""),
+                                         VORN_FIELD(RhuneVornFaultFwdS, recoveryTime, "seconds"),
+                                         VORN_FIELD(RhuneVornFaultFwdS, hwFaultLabel, "may be empty")};
+constexpr std::array rhuneFaultceaseFwdFields{VORN_FIELD(RhuneVornFaultceaseFwdS, faultId, "")};
 constexpr std::array deepSleepStatusIndFields{
     VORN_FIELD(OmlaVornDeepSleepStatusIndS, status, "0 inactive, 1 pre-active, 2 activating, 3 active, 4 failure"),
     VORN_FIELD(OmlaVornDeepSleepStatusIndS, statusText, "")};
@@ -54,7 +79,8 @@ template <typename Record>
 constexpr SignalInfo row(const char* name, Direction direction, const char* answeredBy,
                          std::span<const FieldInfo> fields = noFields, bool openEnded = false)
 {
-    return {Record::number, name, sizeof(Record), openEnded, direction, answeredBy, fields};
+    const Protocol protocol = std::string_view(name).starts_with("RHUNE") ? Protocol::rhune : Protocol::vorni;
+    return {Record::number, protocol, name, sizeof(Record), openEnded, direction, answeredBy, fields};
 }
 
 constexpr auto toServer = Direction::toServer;
@@ -66,6 +92,10 @@ const std::array table{
                                    openEnded),
     row<OmlaVornConnEstablishCfmS>("OMLA_VORN_CONN_ESTABLISH_CFM", toClient, "VornServerImpl", noFields, openEnded),
     row<OmlaVornConnEstablishRejS>("OMLA_VORN_CONN_ESTABLISH_REJ", toClient, "VornServerImpl", noFields, openEnded),
+    row<OmlaVornSubscribeFaultsReqS>("OMLA_VORN_SUBSCRIBE_FAULTS_REQ", toServer, "VornServerFaultHandling"),
+    row<OmlaVornSubscribeFaultsCfmS>("OMLA_VORN_SUBSCRIBE_FAULTS_CFM", toClient, "VornServerFaultHandling"),
+    row<OmlaVornFaultIndS>("OMLA_VORN_FAULT_IND", toClient, "VornServerFaultHandling", faultIndFields),
+    row<OmlaVornFaultceaseIndS>("OMLA_VORN_FAULTCEASE_IND", toClient, "VornServerFaultHandling", faultceaseIndFields),
     row<OmlaVornSelectMmiReqS>("OMLA_VORN_SELECT_MMI_REQ", toServer, "VornServerMmiHandling", selectMmiReqFields),
     row<OmlaVornSelectMmiCfmS>("OMLA_VORN_SELECT_MMI_CFM", toClient, "VornServerMmiHandling"),
     row<OmlaVornSelectMmiRejS>("OMLA_VORN_SELECT_MMI_REJ", toClient, "VornServerMmiHandling", rejectFields),
@@ -73,9 +103,23 @@ const std::array table{
                                      openEnded),
     row<OmlaVornLinkSupervisionRejS>("OMLA_VORN_LINK_SUPERVISION_REJ", toClient, "VornServerLinkSupervision",
                                      rejectFields),
+    row<OmlaVornAuditReqS>("OMLA_VORN_AUDIT_REQ", toServer, "VornServerState"),
+    row<OmlaVornAuditCfmS>("OMLA_VORN_AUDIT_CFM", toClient, "VornServerState", auditCfmFields),
+    row<OmlaVornEnableOperationReqS>("OMLA_VORN_ENABLE_OPERATION_REQ", toServer, "VornServerState"),
+    row<OmlaVornEnableOperationCfmS>("OMLA_VORN_ENABLE_OPERATION_CFM", toClient, "VornServerState"),
+    row<OmlaVornEnableOperationRejS>("OMLA_VORN_ENABLE_OPERATION_REJ", toClient, "VornServerState", rejectFields),
+    row<OmlaVornDisableOperationReqS>("OMLA_VORN_DISABLE_OPERATION_REQ", toServer, "VornServerState"),
+    row<OmlaVornDisableOperationCfmS>("OMLA_VORN_DISABLE_OPERATION_CFM", toClient, "VornServerState"),
+    row<OmlaVornDisableOperationRejS>("OMLA_VORN_DISABLE_OPERATION_REJ", toClient, "VornServerState", rejectFields),
     row<OmlaVornSetUtcTimeReqS>("OMLA_VORN_SET_UTC_TIME_REQ", toServer, "VornServerTime", setUtcTimeReqFields),
     row<OmlaVornSetUtcTimeCfmS>("OMLA_VORN_SET_UTC_TIME_CFM", toClient, "VornServerTime"),
     row<OmlaVornSetUtcTimeRejS>("OMLA_VORN_SET_UTC_TIME_REJ", toClient, "VornServerTime", setUtcTimeRejFields),
+    row<FaultWithLabelIndS>("OMLA_VORN_FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", toClient,
+                            "VornServerFaultHandling", faultWithLabelIndFields),
+    row<OmlaVornSubscribeFaultsWithHwFaultLabelCfmS>("OMLA_VORN_SUBSCRIBE_FAULTS_WITH_HW_FAULT_LABEL_CFM", toClient,
+                                                     "VornServerFaultHandling"),
+    row<OmlaVornSubscribeFaultsWithHwFaultLabelReqS>("OMLA_VORN_SUBSCRIBE_FAULTS_WITH_HW_FAULT_LABEL_REQ", toServer,
+                                                     "VornServerFaultHandling"),
     row<OmlaVornSubscribeDeepSleepStatusReqS>("OMLA_VORN_SUBSCRIBE_DEEP_SLEEP_STATUS_REQ", toServer,
                                               "VornServerYarrowI"),
     row<OmlaVornSubscribeDeepSleepStatusCfmS>("OMLA_VORN_SUBSCRIBE_DEEP_SLEEP_STATUS_CFM", toClient,
@@ -92,6 +136,16 @@ const std::array table{
     row<OmlaVornDeactivateDeepSleepCfmS>("OMLA_VORN_DEACTIVATE_DEEP_SLEEP_CFM", toClient, "VornServerYarrowI"),
     row<OmlaVornDeactivateDeepSleepRejS>("OMLA_VORN_DEACTIVATE_DEEP_SLEEP_REJ", toClient, "VornServerYarrowI",
                                          rejectFields),
+    row<RhuneVornConnEstablishReqS>("RHUNE_VORN_CONN_ESTABLISH_REQ", toServer, "RhuneConnEstablish",
+                                    rhuneConnEstablishReqFields, openEnded),
+    row<RhuneVornConnEstablishCfmS>("RHUNE_VORN_CONN_ESTABLISH_CFM", toClient, "RhuneConnEstablish",
+                                    rhuneConnEstablishCfmFields),
+    row<RhuneVornConnEstablishRejS>("RHUNE_VORN_CONN_ESTABLISH_REJ", toClient, "RhuneConnEstablish",
+                                    rhuneConnEstablishRejFields),
+    row<RhuneVornFaultFwdS>("RHUNE_VORN_FAULT_FWD", toServer, "RhuneFaultFwd", rhuneFaultFwdFields),
+    row<RhuneVornFaultceaseFwdS>("RHUNE_VORN_FAULTCEASE_FWD", toServer, "RhuneFaultFwd", rhuneFaultceaseFwdFields),
+    row<RhuneVornConnCloseReqS>("RHUNE_VORN_CONN_CLOSE_REQ", toServer, "RhuneConnClose"),
+    row<RhuneVornConnCloseCfmS>("RHUNE_VORN_CONN_CLOSE_CFM", toClient, "RhuneConnClose"),
 };
 
 std::uint64_t bigEndian(std::span<const std::byte> bytes)
@@ -157,6 +211,12 @@ std::string printField(const FieldValue& field)
 
 } // namespace
 
+std::array<const char*, 2> referenceNames(Protocol protocol)
+{
+    return protocol == Protocol::rhune ? std::array{"procedureRef", "connectionRef"}
+                                       : std::array{"clientRef", "serverRef"};
+}
+
 std::span<const SignalInfo> signals()
 {
     return table;
@@ -188,10 +248,12 @@ DecodedSignal decodeSignal(std::span<const std::byte> bytes, std::size_t maxRest
         std::memcpy(&decoded.number, bytes.data(), sizeof(decoded.number));
     }
     decoded.info = findSignal(decoded.number);
-    decoded.hasReferences = bytes.size() >= sizeof(VornSignalHeader);
-    if (decoded.hasReferences) {
-        decoded.clientRef = static_cast<std::uint32_t>(bigEndian(bytes.subspan(4, 4)));
-        decoded.serverRef = static_cast<std::uint32_t>(bigEndian(bytes.subspan(8, 4)));
+    if (bytes.size() >= sizeof(VornSignalHeader)) {
+        std::size_t offset = offsetof(VornSignalHeader, clientRef);
+        for (const char* name : referenceNames(decoded.info != nullptr ? decoded.info->protocol : Protocol::vorni)) {
+            decoded.references.push_back({name, static_cast<std::uint32_t>(bigEndian(bytes.subspan(offset, 4)))});
+            offset += 4;
+        }
     }
     std::size_t known = sizeof(VornSignalHeader);
     if (decoded.info != nullptr) {
@@ -215,9 +277,8 @@ std::string printSignal(std::span<const std::byte> bytes)
     constexpr std::size_t shownRest = 64;
     const DecodedSignal decoded = decodeSignal(bytes, shownRest);
     std::vector<std::string> parts;
-    if (decoded.hasReferences) {
-        parts.push_back(fmt::format("clientRef={}", decoded.clientRef));
-        parts.push_back(fmt::format("serverRef={}", decoded.serverRef));
+    for (const ReferenceValue& reference : decoded.references) {
+        parts.push_back(fmt::format("{}={}", reference.name, reference.value));
     }
     for (const FieldValue& field : decoded.fields) {
         parts.push_back(printField(field));

@@ -1,7 +1,8 @@
-/// The VORNI signals as data: number, name, direction and fields of each. It serves whoever prints, builds or lists
-/// signals without knowing them: the client tool, the simulator, the tests, the signal reference.
+/// The signals of VORNI and RHUNE as data: number, name, direction and fields of each. It serves whoever prints, builds
+/// or lists signals without knowing them: the client tool, the simulator, the tests, the signal reference.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -27,9 +28,15 @@ struct FieldInfo {
 
 enum class Direction : std::uint8_t { toServer, toClient };
 
+enum class Protocol : std::uint8_t { vorni, rhune };
+
+/// The names of the two references behind the number.
+std::array<const char*, 2> referenceNames(Protocol protocol);
+
 struct SignalInfo {
     std::uint32_t number;
-    const char* name;   ///< "OMLA_VORN_..."
+    Protocol protocol;
+    const char* name;   ///< "OMLA_VORN_...", "RHUNE_VORN_..."
     std::uint32_t size; ///< of the record, bytes; a signal may be longer where `openEnded`
     bool openEnded;
     Direction direction;
@@ -54,13 +61,17 @@ struct FieldValue {
     std::string text;         ///< FieldKind::text; FieldKind::bytes as hexadecimal digits
 };
 
+/// One of the two references of a signal.
+struct ReferenceValue {
+    const char* name; ///< "clientRef", "procedureRef"
+    std::uint32_t value = 0;
+};
+
 /// A signal taken apart. What the signal is too short for is left out.
 struct DecodedSignal {
     std::uint32_t number = 0;
-    const SignalInfo* info = nullptr; ///< null for an unknown number
-    bool hasReferences = false;
-    std::uint32_t clientRef = 0;
-    std::uint32_t serverRef = 0;
+    const SignalInfo* info = nullptr;       ///< null for an unknown number
+    std::vector<ReferenceValue> references; ///< both or none
     std::vector<FieldValue> fields;
     std::string rest;         ///< bytes behind the record as hexadecimal digits
     std::size_t restSize = 0; ///< their number

@@ -30,10 +30,13 @@ const char* kindName(Vorni::FieldKind kind)
     return "bytes";
 }
 
-void printSignalTable()
+void printSignalTable(Vorni::Protocol protocol)
 {
     fmt::print("| Signal | Number | Bytes | Direction | By |\n|---|---|---|---|---|\n");
     for (const Vorni::SignalInfo& signal : Vorni::signals()) {
+        if (signal.protocol != protocol) {
+            continue;
+        }
         fmt::print("| `{}` | 0x{:X} | {}{} | {} | `{}` |\n", signal.name, signal.number, signal.size,
                    signal.openEnded ? " or more" : "",
                    signal.direction == Vorni::Direction::toServer ? "to the server" : "to the client",
@@ -47,6 +50,16 @@ void printFields(const Vorni::SignalInfo& signal)
     for (const Vorni::FieldInfo& field : signal.fields) {
         fmt::print("| {} | {} | `{}` | {} | {} |\n", field.offset, field.size, field.name, kindName(field.kind),
                    field.meaning);
+    }
+}
+
+void printSignals(Vorni::Protocol protocol)
+{
+    printSignalTable(protocol);
+    for (const Vorni::SignalInfo& signal : Vorni::signals()) {
+        if (signal.protocol == protocol && !signal.fields.empty()) {
+            printFields(signal);
+        }
     }
 }
 
@@ -83,12 +96,10 @@ int main()
         "# Signals\n\nGenerated from the tables in `interfaces/` by `scripts/signals`. Don't edit.\n\n"
         "## VORNI\n\nA signal begins with its number (4 bytes, host order), `clientRef` and `serverRef` (4 bytes "
         "each, big-endian); its fields follow, big-endian. Bytes between the fields are reserved and zero.\n\n");
-    printSignalTable();
-    for (const Vorni::SignalInfo& signal : Vorni::signals()) {
-        if (!signal.fields.empty()) {
-            printFields(signal);
-        }
-    }
+    printSignals(Vorni::Protocol::vorni);
+    fmt::print("\n## RHUNE\n\nAs VORNI, but `procedureRef` and `connectionRef` behind the number. All signals to the "
+               "server go to its private mailbox.\n\n");
+    printSignals(Vorni::Protocol::rhune);
     fmt::print("\n## Board servers\n\nA message begins with its number (4 bytes, host order), `procedureRef` and "
                "`connectionRef` (4 bytes each, big-endian); its protobuf encoding follows.\n");
     printMessages("DUNL server", tolme::dunl::messages);

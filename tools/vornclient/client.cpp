@@ -1,5 +1,6 @@
 #include "vornclient/client.h"
 
+#include "rhune/rhuneSignals.h"
 #include "vornclient/clientHub.h"
 #include "vorni/connection.h"
 
@@ -86,12 +87,22 @@ void Client::close()
     m_isConnected = false;
     m_references = m_settings.references;
     m_inbox.clear();
+    m_faults.clear();
+}
+
+References Client::nextReferences()
+{
+    if (m_settings.protocol == Vorni::Protocol::rhune) {
+        ++m_references.clientRef;
+    }
+    return m_references;
 }
 
 std::string Client::send(std::vector<std::byte> bytes)
 {
-    if (m_hub.server() == KIV_NO_MBOX) {
-        return fmt::format("\"{}\" isn't published", ClientHub::serverName);
+    const ServerMailbox& server = m_hub.serverFor(m_settings.protocol);
+    if (server.id == KIV_NO_MBOX) {
+        return fmt::format("\"{}\" isn't published", server.name);
     }
     if (std::string hindrance = open(); !hindrance.empty()) {
         return hindrance;
@@ -103,7 +114,7 @@ std::string Client::send(std::vector<std::byte> bytes)
         return "there is no memory for the signal";
     }
     std::memcpy(msg, bytes.data(), bytes.size());
-    const Signal sent{std::move(bytes), m_hub.server(), true, std::chrono::system_clock::now(), 0};
+    const Signal sent{std::move(bytes), server.id, true, std::chrono::system_clock::now(), 0, server.name};
     kiv_send(&msg, sent.peer, m_mailbox);
     m_hub.listener().onSent(*this, sent);
     return {};
@@ -113,19 +124,48 @@ void Client::receive(Signal signal)
 {
     followConnection(signal);
     m_hub.listener().onReceived(*this, signal);
+    // Faults come from another mailbox than the one whose end is the end of the connection, and thus behind it too.
+    if (const auto change = m_isConnected ? m_faults.apply(signal) : std::nullopt) {
+        m_hub.listener().onFaultChange(*this, *change);
+    }
     m_inbox.add(std::move(signal));
 }
 
 void Client::followConnection(const Signal& signal)
 {
     const Vorni::DecodedSignal decoded = signal.decode();
-    if (decoded.number == OmlaVornConnEstablishCfmS::number) {
+    if (m_settings.protocol == Vorni::Protocol::rhune) {
+        followRhuneConnection(decoded);
+    } else if (decoded.number == OmlaVornConnEstablishCfmS::number) {
         m_isConnected = true;
-        if (decoded.hasReferences) {
-            m_references.serverRef = decoded.serverRef;
+        if (!decoded.references.empty()) {
+            m_references.serverRef = decoded.references.back().value;
         }
     } else if (decoded.number == OmlaVornConnEstablishRejS::number) {
-        m_isConnected = false;
+        loseConnection();
+    }
+}
+
+/// A reject leaves a connection that is there as it is: each request asks for one more.
+void Client::followRhuneConnection(const Vorni::DecodedSignal& signal)
+{
+    if (signal.references.empty()) {
+        return;
+    }
+    if (signal.number == RhuneVornConnEstablishCfmS::number) {
+        m_isConnected = true;
+        m_references.serverRef = signal.references.back().value;
+    } else if (signal.number == RhuneVornConnCloseCfmS::number) {
+        loseConnection();
+        m_references.serverRef = m_settings.references.serverRef;
+    }
+}
+
+void Client::loseConnection()
+{
+    m_isConnected = false;
+    if (m_faults.clear()) {
+        m_hub.listener().onFaultChange(*this, {FaultEvent::cleared, {}});
     }
 }
 

@@ -1,6 +1,7 @@
 /// One DU client: a mailbox, its references, and the signals that have arrived for it.
 #pragma once
 
+#include "vornclient/faultView.h"
 #include "vornclient/signal.h"
 
 #include <deque>
@@ -22,6 +23,8 @@ public:
     virtual void onReceived(const Client& client, const Signal& signal) = 0;
     virtual void onServerPublished(kiv_mbox_id_t server) = 0;
     virtual void onServerGone(kiv_mbox_id_t server) = 0;
+    /// The faults that a client is shown aren't what they were.
+    virtual void onFaultChange(const Client& client, const FaultChange& change) = 0;
 };
 
 /// Signals that have arrived and that nobody has asked for yet, oldest first. Bounded: what a peer floods the client
@@ -48,6 +51,7 @@ struct ClientSettings {
     std::string mailboxName;
     References references;
     std::uint16_t protocolRev = 3;
+    Vorni::Protocol protocol = Vorni::Protocol::vorni; ///< by which of the server's mailboxes it is served
 };
 
 /// The connection request of a client.
@@ -68,6 +72,9 @@ public:
     bool isConnected() const { return m_isConnected; }
     /// Those of the settings until a confirm names the server's reference.
     const References& references() const { return m_references; }
+    /// Those of the next signal: in RHUNE a procedureRef of its own.
+    References nextReferences();
+    const FaultView& faults() const { return m_faults; }
     Inbox& inbox() { return m_inbox; }
     const Inbox& inbox() const { return m_inbox; }
 
@@ -75,13 +82,17 @@ public:
     std::string open();
     /// Deletes the mailbox: the server sees the client disappear.
     void close();
-    /// Sends to the published server; `bytes` has at least four. Returns what is in the way, or an empty text.
+    /// Sends to the server's mailbox for the client's protocol; `bytes` has at least four. Returns what is in the way,
+    /// or an empty text.
     std::string send(std::vector<std::byte> bytes);
 
 private:
     friend class ClientHub;
     void receive(Signal signal);
     void followConnection(const Signal& signal);
+    void followRhuneConnection(const Vorni::DecodedSignal& signal);
+    /// What was known by the connection is known no longer.
+    void loseConnection();
 
     ClientHub& m_hub;
     ClientSettings m_settings;
@@ -89,6 +100,7 @@ private:
     kiv_mbox_id_t m_mailbox = KIV_NO_MBOX;
     bool m_isConnected = false;
     Inbox m_inbox;
+    FaultView m_faults;
 };
 
 } // namespace VornClient

@@ -11,9 +11,15 @@ namespace VornClient {
 
 namespace {
 
-// News for the hub's own mailbox. Neither is believed: the name is looked up, the id compared.
-constexpr std::uint32_t serverFound = 0x7FFF0001;
-constexpr std::uint32_t serverLost = 0x7FFF0002;
+// News for the hub's own mailbox, the server's mailbox in the lowest bit. Neither is believed: the name is looked up,
+// the id compared.
+constexpr std::uint32_t serverFound = 0x7FFF0010;
+constexpr std::uint32_t serverLost = 0x7FFF0020;
+
+constexpr std::size_t indexOf(Vorni::Protocol protocol)
+{
+    return protocol == Vorni::Protocol::rhune ? 1 : 0;
+}
 
 // A flood must not keep a wait from its deadline.
 constexpr int messagesPerPump = 1000;
@@ -23,13 +29,16 @@ constexpr std::chrono::milliseconds tickPeriod{200};
 } // namespace
 
 ClientHub::ClientHub(const std::string& mailboxName, ClientListener& listener)
-    : m_listener(listener), m_mailbox(kiv_create_mailbox(mailboxName.c_str()))
+    : m_listener(listener),
+      m_mailbox(kiv_create_mailbox(mailboxName.c_str())), m_servers{{{.name = serverName}, {.name = privateServerName}}}
 {
     if (m_mailbox == KIV_NO_MBOX) {
         throw std::system_error(errno, std::generic_category(), "mailbox \"" + mailboxName + "\" can't be made");
     }
     // Asked here, so that a server that is there is known from the start.
-    onServerFound(kiv_locate(serverName));
+    for (std::size_t index = 0; index < m_servers.size(); ++index) {
+        onServerFound(index, kiv_locate(m_servers[index].name));
+    }
 }
 
 ClientHub::~ClientHub()
@@ -55,9 +64,14 @@ int ClientHub::fd() const
     return kiv_get_fd();
 }
 
-void ClientHub::hunt()
+const ServerMailbox& ClientHub::serverFor(Vorni::Protocol protocol) const
 {
-    kiv_hunt(serverName, kiv_alloc(sizeof(kiv_msg), serverFound));
+    return m_servers[indexOf(protocol)];
+}
+
+void ClientHub::hunt(std::size_t index)
+{
+    kiv_hunt(m_servers[index].name, kiv_alloc(sizeof(kiv_msg), serverFound + static_cast<std::uint32_t>(index)));
 }
 
 void ClientHub::pump()
@@ -106,53 +120,79 @@ bool ClientHub::waitForArrival(Clock::duration atMost) const
 
 void ClientHub::dispatch(const kiv_msg* msg)
 {
-    const kiv_mbox_id_t sender = kiv_sender(msg);
     if (kiv_receiver(msg) == m_mailbox) {
-        if (msg->number == serverFound) {
-            onServerFound(sender);
-        } else if (msg->number == serverLost) {
-            onServerLost(sender);
-        }
+        onNews(msg->number, kiv_sender(msg));
         return;
     }
     const auto client = std::find_if(m_clients.begin(), m_clients.end(),
                                      [&](const auto& each) { return each->mailbox() == kiv_receiver(msg); });
     if (client != m_clients.end()) {
-        const auto* begin = reinterpret_cast<const std::byte*>(msg);
-        (*client)->receive({{begin, begin + kiv_size(msg)},
-                            sender,
-                            sender == m_server && sender != KIV_NO_MBOX,
-                            std::chrono::system_clock::now(),
-                            0});
+        deliver(**client, msg);
     }
 }
 
-void ClientHub::onServerFound(kiv_mbox_id_t server)
+void ClientHub::deliver(Client& client, const kiv_msg* msg)
 {
-    if (m_server != KIV_NO_MBOX) {
-        return;
+    const auto* begin = reinterpret_cast<const std::byte*>(msg);
+    Signal signal;
+    signal.bytes.assign(begin, begin + kiv_size(msg));
+    signal.peer = kiv_sender(msg);
+    signal.time = std::chrono::system_clock::now();
+    const auto server = std::find_if(m_servers.begin(), m_servers.end(), [&](const ServerMailbox& each) {
+        return each.id == signal.peer && each.id != KIV_NO_MBOX;
+    });
+    if (server != m_servers.end()) {
+        signal.peerName = server->name;
+        signal.peerIsServer = &*server == &serverFor(client.settings().protocol);
     }
-    if (server == KIV_NO_MBOX || server != kiv_locate(serverName)) {
-        hunt();
-        return;
-    }
-    m_server = server;
-    kiv_monitor(server, kiv_alloc(sizeof(kiv_msg), serverLost));
-    m_listener.onServerPublished(server);
+    client.receive(std::move(signal));
 }
 
-void ClientHub::onServerLost(kiv_mbox_id_t server)
+void ClientHub::onNews(std::uint32_t number, kiv_mbox_id_t server)
 {
-    if (server != m_server) {
+    for (std::size_t index = 0; index < m_servers.size(); ++index) {
+        if (number == serverFound + index) {
+            onServerFound(index, server);
+        } else if (number == serverLost + index) {
+            onServerLost(index, server);
+        }
+    }
+}
+
+void ClientHub::onServerFound(std::size_t index, kiv_mbox_id_t server)
+{
+    ServerMailbox& mailbox = m_servers[index];
+    if (mailbox.id != KIV_NO_MBOX) {
         return;
     }
-    m_server = KIV_NO_MBOX;
-    ++m_serverLosses;
+    if (server == KIV_NO_MBOX || server != kiv_locate(mailbox.name)) {
+        hunt(index);
+        return;
+    }
+    mailbox.id = server;
+    kiv_monitor(server, kiv_alloc(sizeof(kiv_msg), serverLost + static_cast<std::uint32_t>(index)));
+    if (index == indexOf(Vorni::Protocol::vorni)) {
+        m_listener.onServerPublished(server);
+    }
+}
+
+void ClientHub::onServerLost(std::size_t index, kiv_mbox_id_t server)
+{
+    ServerMailbox& mailbox = m_servers[index];
+    if (server != mailbox.id) {
+        return;
+    }
+    mailbox.id = KIV_NO_MBOX;
+    ++mailbox.losses;
     for (const auto& client : m_clients) {
-        client->m_isConnected = false;
+        if (indexOf(client->settings().protocol) == index) {
+            client->loseConnection();
+        }
     }
-    m_listener.onServerGone(server);
-    hunt();
+    if (index == indexOf(Vorni::Protocol::vorni)) {
+        m_listener.onServerGone(server);
+    }
+    hunt(index);
 }
 
 } // namespace VornClient

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <sstream>
 #include <utility>
 
 namespace VornClient {
@@ -27,6 +28,25 @@ Outcome interrupted()
 std::string usageOf(const Command& command)
 {
     return fmt::format("{} {}", command.name, command.arguments);
+}
+
+/// The text with line breaks, each line behind the first indented.
+std::string wrapped(const std::string& text, std::size_t width, std::size_t indent)
+{
+    std::string result;
+    std::istringstream words(text);
+    std::size_t used = 0;
+    for (std::string word; words >> word; used += word.size()) {
+        if (used != 0 && used + 1 + word.size() > width) {
+            result += "\n" + std::string(indent, ' ');
+            used = 0;
+        } else if (used != 0) {
+            result += ' ';
+            ++used;
+        }
+        result += word;
+    }
+    return result;
 }
 
 } // namespace
@@ -57,27 +77,48 @@ CommandContext::CommandContext(ClientHub& hub, Printer& printer, const CommandTa
 {
 }
 
+Client& CommandContext::rhuneClient()
+{
+    if (m_client->settings().protocol == Vorni::Protocol::rhune) {
+        return *m_client;
+    }
+    Client* known = m_hub.findClient(rhuneLabel);
+    return known != nullptr ? *known : m_hub.addClient(furtherClient(*this, rhuneLabel, Vorni::Protocol::rhune));
+}
+
+Client& CommandContext::clientFor(std::uint32_t signalNumber)
+{
+    const Vorni::SignalInfo* info = Vorni::findSignal(signalNumber);
+    return info != nullptr && info->protocol == Vorni::Protocol::rhune ? rhuneClient() : client();
+}
+
 Outcome CommandContext::waitPublished(std::chrono::milliseconds atMost)
 {
+    Outcome outcome = waitFor(m_hub.serverFor(Vorni::Protocol::vorni), atMost);
+    if (outcome.verdict == Verdict::ok) {
+        m_lossesNoted = m_hub.serverLosses();
+    }
+    return outcome;
+}
+
+Outcome CommandContext::waitFor(const ServerMailbox& server, std::chrono::milliseconds atMost)
+{
     const auto showProgress = [&](ClientHub::Clock::duration waited) {
-        m_printer.progress(fmt::format("waiting for \"{}\" to be published: {:.1f} of {}", ClientHub::serverName,
+        m_printer.progress(fmt::format("waiting for \"{}\" to be published: {:.1f} of {}", server.name,
                                        std::chrono::duration<double>(waited).count(), printSeconds(atMost)));
     };
     const WaitResult result =
-        m_hub.waitUntil([&] { return m_hub.server() != KIV_NO_MBOX; }, ClientHub::Clock::now() + atMost, showProgress);
+        m_hub.waitUntil([&] { return server.id != KIV_NO_MBOX; }, ClientHub::Clock::now() + atMost, showProgress);
     m_printer.endProgress();
     switch (result) {
     case WaitResult::fulfilled:
-        m_lossesNoted = m_hub.serverLosses();
         return {};
     case WaitResult::interrupted:
         return interrupted();
     case WaitResult::timedOut:
         break;
     }
-    return {Verdict::noServer,
-            fmt::format("\"{}\" wasn't published within {}", ClientHub::serverName, printSeconds(atMost)),
-            {}};
+    return {Verdict::noServer, fmt::format("\"{}\" wasn't published within {}", server.name, printSeconds(atMost)), {}};
 }
 
 Outcome CommandContext::waitGone(std::chrono::milliseconds atMost)
@@ -99,41 +140,56 @@ Outcome CommandContext::waitGone(std::chrono::milliseconds atMost)
 
 Outcome CommandContext::connect()
 {
-    return transact(connectRequest(client().settings()),
+    requireVorni();
+    return transact(client(), connectRequest(client().settings()),
                     {OmlaVornConnEstablishCfmS::number, OmlaVornConnEstablishRejS::number});
+}
+
+void CommandContext::requireVorni() const
+{
+    if (m_client->settings().protocol != Vorni::Protocol::vorni) {
+        throw BadUsage(fmt::format("client {} speaks RHUNE; \"client first\" goes back", m_client->settings().label));
+    }
 }
 
 Outcome CommandContext::beConnected()
 {
-    return m_options.connectsByItself && playDepth == 0 && !client().isConnected() ? connect() : Outcome{};
+    const bool connects = m_options.connectsByItself && playDepth == 0 && !client().isConnected() &&
+                          client().settings().protocol == Vorni::Protocol::vorni;
+    return connects ? connect() : Outcome{};
 }
 
-Outcome CommandContext::send(std::vector<std::byte> bytes)
+Outcome CommandContext::send(Client& sender, std::vector<std::byte> bytes)
 {
-    if (Outcome published = waitPublished(m_options.publishedTimeout); published.verdict != Verdict::ok) {
+    const Vorni::Protocol protocol = sender.settings().protocol;
+    Outcome published = protocol == Vorni::Protocol::vorni
+                            ? waitPublished(m_options.publishedTimeout)
+                            : waitFor(m_hub.serverFor(protocol), m_options.publishedTimeout);
+    if (published.verdict != Verdict::ok) {
         return published;
     }
-    if (std::string hindrance = client().send(std::move(bytes)); !hindrance.empty()) {
+    if (std::string hindrance = sender.send(std::move(bytes)); !hindrance.empty()) {
         return {Verdict::failed, std::move(hindrance), {}};
     }
     return {};
 }
 
-Outcome CommandContext::transact(std::vector<std::byte> bytes, const Answers& answers)
+Outcome CommandContext::transact(Client& sender, std::vector<std::byte> bytes, const Answers& answers)
 {
-    const std::uint64_t mark = client().inbox().nextSequence();
-    if (Outcome sent = send(std::move(bytes)); sent.verdict != Verdict::ok) {
+    const std::uint64_t mark = sender.inbox().nextSequence();
+    if (Outcome sent = send(sender, std::move(bytes)); sent.verdict != Verdict::ok) {
         return sent;
     }
-    const unsigned losses = m_hub.serverLosses();
+    const ServerMailbox& server = m_hub.serverFor(sender.settings().protocol);
+    const unsigned losses = server.losses;
     std::optional<Signal> answer;
     const auto isAnswer = [&](const Signal& signal) {
         return signal.number() == answers.confirm || signal.number() == answers.reject;
     };
     const WaitResult result = m_hub.waitUntil(
         [&] {
-            answer = client().inbox().take(isAnswer, mark);
-            return answer.has_value() || m_hub.serverLosses() != losses;
+            answer = sender.inbox().take(isAnswer, mark);
+            return answer.has_value() || server.losses != losses;
         },
         ClientHub::Clock::now() + m_options.answerTimeout);
     if (answer) {
@@ -141,10 +197,9 @@ Outcome CommandContext::transact(std::vector<std::byte> bytes, const Answers& an
     }
     switch (result) {
     case WaitResult::fulfilled:
-        return {
-            Verdict::noServer,
-            fmt::format("\"{}\" went away before it answered with {}", ClientHub::serverName, printAnswers(answers)),
-            {}};
+        return {Verdict::noServer,
+                fmt::format("\"{}\" went away before it answered with {}", server.name, printAnswers(answers)),
+                {}};
     case WaitResult::interrupted:
         return interrupted();
     case WaitResult::timedOut:
@@ -152,7 +207,7 @@ Outcome CommandContext::transact(std::vector<std::byte> bytes, const Answers& an
     }
     return {Verdict::timedOut,
             fmt::format("expected {} within {}, came: {}", printAnswers(answers), printSeconds(m_options.answerTimeout),
-                        printUnread(client().inbox())),
+                        printUnread(sender.inbox())),
             {}};
 }
 
@@ -206,12 +261,13 @@ std::vector<std::string> CommandTable::complete(Words words) const
 std::string CommandTable::help() const
 {
     constexpr std::size_t column = 46;
+    constexpr std::size_t width = 72;
     std::string text;
     for (const Command& command : m_commands) {
         const std::string usage = usageOf(command);
         text += usage.size() < column ? fmt::format("  {:<{}}", usage, column)
                                       : fmt::format("  {}\n  {:<{}}", usage, "", column);
-        text += fmt::format("{}\n", command.help);
+        text += wrapped(command.help, width, column + 2) + "\n";
     }
     return text;
 }
@@ -224,6 +280,9 @@ CommandTable allCommands()
     addTimeCommands(table);
     addLinkSupervisionCommands(table);
     addDeepSleepCommands(table);
+    addOamStateCommands(table);
+    addFaultCommands(table);
+    addRhuneCommands(table);
     addSignalCommands(table);
     addSessionCommands(table);
     return table;
@@ -234,6 +293,21 @@ void requireWords(Words words, std::size_t atLeast, std::size_t atMost)
     if (words.size() < atLeast || words.size() > atMost) {
         throw BadUsage(words.size() < atLeast ? "words are missing" : "there are too many words");
     }
+}
+
+ClientSettings furtherClient(CommandContext& context, const std::string& label, Vorni::Protocol protocol)
+{
+    const auto others = static_cast<std::uint32_t>(context.hub().clients().size());
+    ClientSettings settings = context.options().client;
+    settings.label = label;
+    settings.mailboxName += "_" + label;
+    settings.protocol = protocol;
+    if (protocol == Vorni::Protocol::rhune) {
+        settings.references = {.clientRef = 0, .serverRef = others}; // the procedures count from 1
+    } else {
+        settings.references.clientRef += others;
+    }
+    return settings;
 }
 
 std::optional<std::chrono::milliseconds> takeWithin(Words& words)

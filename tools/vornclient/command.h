@@ -64,6 +64,10 @@ public:
     const Options& options() const { return m_options; }
     Client& client() { return *m_client; }
     void use(Client& client) { m_client = &client; }
+    /// The client in use where it speaks RHUNE, else the one labelled "rhune", made where there is none.
+    Client& rhuneClient();
+    /// The client that a signal of this number is for: the one in use, but for RHUNE's where that one speaks VORNI.
+    Client& clientFor(std::uint32_t signalNumber);
 
     /// Waits for the server to be published, with a progress line.
     Outcome waitPublished(std::chrono::milliseconds atMost);
@@ -74,16 +78,18 @@ public:
     /// Connects where the options say that a client does so by itself.
     Outcome beConnected();
     /// Sends without waiting for an answer; waits for the server first.
-    Outcome send(std::vector<std::byte> bytes);
+    Outcome send(Client& sender, std::vector<std::byte> bytes);
     /// Sends and waits for one of the answers.
-    Outcome transact(std::vector<std::byte> bytes, const Answers& answers);
-    /// The same as a connected client, with a request record: `fill` writes what isn't number and references.
+    Outcome transact(Client& sender, std::vector<std::byte> bytes, const Answers& answers);
+    /// The same as a connected client of VORNI, with a request record: `fill` writes what isn't number and references.
     template <typename Request, typename Fill>
     Outcome request(const Answers& answers, Fill&& fill)
     {
+        requireVorni();
         Outcome connected = beConnected();
-        return connected.verdict != Verdict::ok ? connected
-                                                : transact(makeSignal<Request>(client().references(), fill), answers);
+        return connected.verdict != Verdict::ok
+                   ? connected
+                   : transact(client(), makeSignal<Request>(client().references(), fill), answers);
     }
     template <typename Request>
     Outcome request(const Answers& answers)
@@ -95,6 +101,9 @@ public:
     int playDepth = 0;
 
 private:
+    Outcome waitFor(const ServerMailbox& server, std::chrono::milliseconds atMost);
+    /// Throws BadUsage where the client in use doesn't speak VORNI.
+    void requireVorni() const;
     Outcome judge(Signal answer, const Answers& answers) const;
 
     ClientHub& m_hub;
@@ -137,6 +146,12 @@ private:
 CommandTable allCommands();
 
 // Help for the procedures' files.
+
+/// The label of the client that RHUNE's commands are for where none such is in use.
+constexpr const char* rhuneLabel = "rhune";
+
+/// Settings of a further client: those of the first with a label, mailbox name and reference of its own.
+ClientSettings furtherClient(CommandContext& context, const std::string& label, Vorni::Protocol protocol);
 
 /// Throws BadUsage unless there are `atLeast` to `atMost` words.
 void requireWords(Words words, std::size_t atLeast, std::size_t atMost);

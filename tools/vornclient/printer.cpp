@@ -1,9 +1,9 @@
 #include "vornclient/printer.h"
 
 #include "vornclient/clientHub.h"
+#include "vornclient/faultNames.h"
 
 #include <cstdio>
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -15,10 +15,11 @@ namespace {
 
 using Clock = std::chrono::system_clock;
 
-std::string isoTime(Clock::time_point time)
+const char* const firstClient = "first"; ///< the one without a label
+
+std::string nameOf(const Client& client)
 {
-    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(Clock::to_time_t(time)), sinceEpoch.count() % 1000);
+    return client.settings().label.empty() ? firstClient : client.settings().label;
 }
 
 class TextPrinter final : public Printer
@@ -62,25 +63,80 @@ public:
     void status(const ClientHub& hub, const Client& inUse) override
     {
         const bool isPublished = hub.server() != KIV_NO_MBOX;
-        print(fmt::format("server  {}", isPublished ? fmt::format("{:#x}", hub.server()) : "not published"));
+        const kiv_mbox_id_t privateMailbox = hub.serverFor(Vorni::Protocol::rhune).id;
+        print(fmt::format("server  {}{}", isPublished ? fmt::format("{:#x}", hub.server()) : "not published",
+                          privateMailbox != KIV_NO_MBOX ? fmt::format(", private mailbox {:#x}", privateMailbox) : ""));
         for (const auto& client : hub.clients()) {
             const ClientSettings& settings = client->settings();
-            print(fmt::format(
-                "client  {}{}: {}, mailbox {}, clientRef={}, serverRef={}, {} unread",
-                settings.label.empty() ? "first" : settings.label, client.get() == &inUse ? " (in use)" : "",
-                client->isConnected() ? "connected" : "not connected", settings.mailboxName,
-                client->references().clientRef, client->references().serverRef, client->inbox().signals().size()));
+            const auto names = Vorni::referenceNames(settings.protocol);
+            print(fmt::format("client  {}{}: {}, mailbox {}, {}={}, {}={}, {} unread", nameOf(*client),
+                              client.get() == &inUse ? " (in use)" : "",
+                              client->isConnected() ? "connected" : "not connected", settings.mailboxName, names[0],
+                              client->references().clientRef, names[1], client->references().serverRef,
+                              client->inbox().signals().size()));
+        }
+    }
+
+    void oamState(const Client&, const std::string& state) override { print("   | O&M state: " + state); }
+
+    void faults(const Client& client) override
+    {
+        for (const std::string& line : printFaultTable(client.faults())) {
+            print("   | " + line);
+        }
+    }
+
+    void beginWatch(const Client& client) override
+    {
+        setWatched(client);
+        if (m_redraws) {
+            draw(client);
+            return;
+        }
+        for (const auto& [faultId, fault] : client.faults().faults()) {
+            onFaultChange(client, {FaultEvent::shown, fault});
+        }
+    }
+
+    void onFaultChange(const Client& client, const FaultChange& change) override
+    {
+        if (&client != watched()) {
+            return;
+        }
+        if (m_redraws) {
+            draw(client);
+        } else {
+            print(printFaultChange(change));
         }
     }
 
     void error(const std::string& text) override { writeLine(stderr, "vornclient: " + text); }
 
 private:
+    /// The whole screen, so that nothing of a longer table stays.
+    void draw(const Client& client)
+    {
+        if (m_settings.quiet) {
+            return;
+        }
+        std::string screen = fmt::format("\033[H\033[2Jfaults shown to client {} at {}; Ctrl-C ends\n", nameOf(client),
+                                         isoTime(Clock::now()));
+        for (const std::string& line : printFaultTable(client.faults())) {
+            screen += "\n" + line;
+        }
+        writeLine(stdout, screen);
+    }
+
     void printSignal(const char* arrow, const Client& client, const Signal& signal)
     {
+        if (watched() != nullptr) {
+            return;
+        }
         const std::string& label = client.settings().label;
         const std::string prefix = label.empty() ? "" : "[" + label + "] ";
-        const std::string from = signal.peerIsServer ? "" : fmt::format(" (from {:#x})", signal.peer);
+        const std::string from = signal.peerIsServer          ? ""
+                                 : signal.peerName != nullptr ? fmt::format(" (from {})", signal.peerName)
+                                                              : fmt::format(" (from {:#x})", signal.peer);
         print(fmt::format("{}{} {}{}", prefix, arrow, signal.print(), from));
     }
 
@@ -92,6 +148,7 @@ private:
     }
 
     PrinterSettings m_settings;
+    bool m_redraws = ::isatty(STDOUT_FILENO) != 0;
 };
 
 class JsonPrinter final : public Printer
@@ -124,16 +181,54 @@ public:
     {
         Json clients = Json::array();
         for (const auto& client : hub.clients()) {
+            const auto names = Vorni::referenceNames(client->settings().protocol);
             clients.push_back({{"client", client->settings().label},
                                {"inUse", client.get() == &inUse},
                                {"connected", client->isConnected()},
                                {"name", client->settings().mailboxName},
                                {"mailbox", mailboxOrNull(client->mailbox())},
-                               {"clientRef", client->references().clientRef},
-                               {"serverRef", client->references().serverRef},
+                               {names[0], client->references().clientRef},
+                               {names[1], client->references().serverRef},
                                {"unread", client->inbox().signals().size()}});
         }
-        print({{"event", "status"}, {"server", mailboxOrNull(hub.server())}, {"clients", std::move(clients)}});
+        print({{"event", "status"},
+               {"server", mailboxOrNull(hub.server())},
+               {"private", mailboxOrNull(hub.serverFor(Vorni::Protocol::rhune).id)},
+               {"clients", std::move(clients)}});
+    }
+
+    void oamState(const Client& client, const std::string& state) override
+    {
+        print({{"event", "oamState"}, {"client", client.settings().label}, {"state", state}});
+    }
+
+    void faults(const Client& client) override
+    {
+        Json faults = Json::array();
+        for (const auto& [faultId, fault] : client.faults().faults()) {
+            faults.push_back(toJson(fault));
+        }
+        print({{"event", "faults"}, {"client", client.settings().label}, {"faults", std::move(faults)}});
+    }
+
+    void beginWatch(const Client& client) override
+    {
+        setWatched(client);
+        for (const auto& [faultId, fault] : client.faults().faults()) {
+            onFaultChange(client, {FaultEvent::shown, fault});
+        }
+    }
+
+    void onFaultChange(const Client& client, const FaultChange& change) override
+    {
+        if (&client != watched()) {
+            return;
+        }
+        Json line{{"event", "fault"}, {"change", faultEventName(change.event)}, {"client", client.settings().label}};
+        if (change.event != FaultEvent::cleared) {
+            line.update(toJson(change.fault));
+        }
+        print(std::move(line));
     }
 
     void error(const std::string& text) override { writeLine(stderr, dump({{"event", "error"}, {"text", text}})); }
@@ -142,6 +237,20 @@ private:
     using Json = nlohmann::ordered_json;
 
     static Json mailboxOrNull(kiv_mbox_id_t mailbox) { return mailbox == KIV_NO_MBOX ? Json() : Json(mailbox); }
+
+    static Json toJson(const ShownFault& fault)
+    {
+        Json json{{"faultId", fault.faultId},
+                  {"fault", printFaultId(fault.faultId)},
+                  {"faultCase", fault.faultCase},
+                  {"faultDescription", fault.description}};
+        if (fault.recoveryTime) {
+            json["recoveryTime"] = *fault.recoveryTime;
+            json["hwFaultLabel"] = fault.label;
+        }
+        json["since"] = isoTime(fault.since);
+        return json;
+    }
 
     static Json fieldsOf(const Vorni::DecodedSignal& signal)
     {
@@ -158,15 +267,17 @@ private:
 
     void printSignal(const char* arrow, const Client& client, const Signal& signal)
     {
+        if (watched() != nullptr) {
+            return;
+        }
         const Vorni::DecodedSignal decoded = signal.decode();
         Json line{{"time", isoTime(signal.time)},
                   {"direction", arrow},
                   {"client", client.settings().label},
                   {"number", decoded.number},
                   {"name", Vorni::signalName(decoded.number)}};
-        if (decoded.hasReferences) {
-            line["clientRef"] = decoded.clientRef;
-            line["serverRef"] = decoded.serverRef;
+        for (const Vorni::ReferenceValue& reference : decoded.references) {
+            line[reference.name] = reference.value;
         }
         line["fields"] = fieldsOf(decoded);
         if (!decoded.rest.empty()) {

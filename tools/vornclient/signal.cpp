@@ -4,6 +4,7 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <iterator>
 #include <utility>
@@ -75,9 +76,16 @@ const Vorni::FieldInfo* findField(const Vorni::SignalInfo* info, const std::stri
     return found == info->fields.end() ? nullptr : &*found;
 }
 
+std::array<const char*, 2> referenceNames(std::uint32_t number)
+{
+    const Vorni::SignalInfo* info = Vorni::findSignal(number);
+    return Vorni::referenceNames(info != nullptr ? info->protocol : Vorni::Protocol::vorni);
+}
+
 BadUsage unknownField(std::uint32_t number, const std::string& name)
 {
-    std::string known = "clientRef, serverRef";
+    const auto references = referenceNames(number);
+    std::string known = fmt::format("{}, {}", references[0], references[1]);
     if (const Vorni::SignalInfo* info = Vorni::findSignal(number)) {
         for (const Vorni::FieldInfo& field : info->fields) {
             known += fmt::format(", {}", field.name);
@@ -125,9 +133,10 @@ void storeField(std::span<std::byte> signal, const Vorni::FieldInfo& info, const
 
 void assign(std::span<std::byte> signal, std::uint32_t number, const Assignment& assignment)
 {
-    if (assignment.name == "clientRef") {
+    const auto references = referenceNames(number);
+    if (assignment.name == references[0]) {
         storeNumber(signal.subspan(4, 4), parseNumber(assignment.value, UINT32_MAX));
-    } else if (assignment.name == "serverRef") {
+    } else if (assignment.name == references[1]) {
         storeNumber(signal.subspan(8, 4), parseNumber(assignment.value, UINT32_MAX));
     } else if (const auto* field = findField(Vorni::findSignal(number), assignment.name)) {
         storeField(signal, *field, assignment.value);
@@ -147,7 +156,8 @@ const std::string& wordBehind(std::span<const std::string> words, std::size_t& a
 /// An expected value in the form in which found ones are compared.
 std::string normalised(std::uint32_t number, const Assignment& assignment)
 {
-    if (assignment.name == "clientRef" || assignment.name == "serverRef") {
+    const auto references = referenceNames(number);
+    if (std::find(references.begin(), references.end(), assignment.name) != references.end()) {
         return std::to_string(parseNumber(assignment.value, UINT32_MAX));
     }
     if (assignment.name == "rest") {
@@ -171,11 +181,10 @@ std::string normalised(std::uint32_t number, const Assignment& assignment)
 /// The value of a field in a received signal; nothing where the signal is too short for it.
 std::optional<std::string> foundValue(const Vorni::DecodedSignal& signal, const std::string& name)
 {
-    if (name == "clientRef" || name == "serverRef") {
-        if (!signal.hasReferences) {
-            return std::nullopt;
+    for (const Vorni::ReferenceValue& reference : signal.references) {
+        if (name == reference.name) {
+            return std::to_string(reference.value);
         }
-        return std::to_string(name == "clientRef" ? signal.clientRef : signal.serverRef);
     }
     if (name == "rest") {
         return signal.rest;
@@ -348,6 +357,13 @@ std::string printable(std::string_view text, std::size_t limit)
         text.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return result;
+}
+
+std::string isoTime(std::chrono::system_clock::time_point time)
+{
+    using Clock = std::chrono::system_clock;
+    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(Clock::to_time_t(time)), sinceEpoch.count() % 1000);
 }
 
 } // namespace VornClient

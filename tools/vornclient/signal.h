@@ -25,7 +25,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The references that a client puts into its signals.
+/// The references that a client puts into its signals; in RHUNE's they are procedureRef and connectionRef.
 struct References {
     std::uint32_t clientRef = 1;
     std::uint32_t serverRef = 1;
@@ -35,9 +35,10 @@ struct References {
 struct Signal {
     std::vector<std::byte> bytes;
     kiv_mbox_id_t peer = KIV_NO_MBOX; ///< whom it came from or went to
-    bool peerIsServer = false;        ///< whether that was the published server
+    bool peerIsServer = false;        ///< whether that was the mailbox that the server has for the client
     std::chrono::system_clock::time_point time;
-    std::uint64_t sequence = 0; ///< of the received ones of a client, in their order
+    std::uint64_t sequence = 0;     ///< of the received ones of a client, in their order
+    const char* peerName = nullptr; ///< where it is one of the server's mailboxes
 
     std::uint32_t number() const;
     Vorni::DecodedSignal decode() const { return Vorni::decodeSignal(bytes); }
@@ -53,8 +54,7 @@ std::vector<std::byte> makeSignal(const References& references, Fill&& fill)
 {
     Record record{};
     record.header.sigNo = Record::number;
-    record.header.clientRef = references.clientRef;
-    record.header.serverRef = references.serverRef;
+    record.header.setReferences(references.clientRef, references.serverRef);
     fill(record);
     std::vector<std::byte> bytes(sizeof(Record));
     std::memcpy(bytes.data(), &record, sizeof(Record));
@@ -95,6 +95,9 @@ std::uint64_t parseNumber(const std::string& word, std::uint64_t limit = UINT64_
 
 /// A duration in seconds, with a fraction where wanted.
 std::chrono::milliseconds parseSeconds(const std::string& word);
+
+/// "2026-01-02T03:04:05.678Z".
+std::string isoTime(std::chrono::system_clock::time_point time);
 
 /// The text with control characters and broken UTF-8 written as \xNN, at most `limit` bytes of it.
 std::string printable(std::string_view text, std::size_t limit);

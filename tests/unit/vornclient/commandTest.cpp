@@ -1,12 +1,9 @@
 // The commands against a server that answers as scripted: verdicts, and what a client makes of odd answers.
-#include "vornclient/command.h"
-#include "scriptedServer.h"
-#include "vorni/connection.h"
+#include "commandFixture.h"
 #include "vorni/mmi.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <memory>
 
 namespace {
 
@@ -19,72 +16,6 @@ constexpr std::uint32_t connectCfm = OmlaVornConnEstablishCfmS::number;
 constexpr std::uint32_t mmiReq = OmlaVornSelectMmiReqS::number;
 constexpr std::uint32_t mmiCfm = OmlaVornSelectMmiCfmS::number;
 constexpr std::uint32_t mmiRej = OmlaVornSelectMmiRejS::number;
-
-/// Keeps what would be printed of the signals.
-class SilentPrinter : public Printer
-{
-public:
-    SilentPrinter() : Printer(false) {}
-    void onSent(const Client& client, const Signal& signal) override { note(client, "->", signal); }
-    void onReceived(const Client& client, const Signal& signal) override { note(client, "<-", signal); }
-    void onServerPublished(kiv_mbox_id_t) override { log.emplace_back("published"); }
-    void onServerGone(kiv_mbox_id_t) override { log.emplace_back("gone"); }
-    void step(const std::string&, const std::string&) override {}
-    void unitOutput(const std::string&, const std::string&, int) override {}
-    void status(const ClientHub&, const Client&) override {}
-    void error(const std::string&) override {}
-
-    std::vector<std::string> log;
-
-private:
-    void note(const Client& client, const char* arrow, const Signal& signal)
-    {
-        log.push_back(client.settings().label + arrow + Vorni::signalName(signal.number()));
-    }
-};
-
-class VornClientCommand : public testing::Test
-{
-protected:
-    void serve(ScriptedServer::Script script) { m_server = std::make_unique<ScriptedServer>(std::move(script)); }
-
-    /// Answers connection requests; the rest is the script's.
-    void serveConnected(ScriptedServer::Script script)
-    {
-        serve([script = std::move(script)](ScriptedServer& server, const kiv_msg* signal) {
-            if (signal->number == connectReq) {
-                server.reply(signal, connectCfm);
-            } else {
-                script(server, signal);
-            }
-        });
-    }
-
-    Outcome run(std::vector<std::string> words)
-    {
-        if (!m_context) {
-            m_hub = std::make_unique<ClientHub>("hub", printer);
-            m_context = std::make_unique<CommandContext>(*m_hub, printer, m_table, options);
-        }
-        return m_table.run(*m_context, words);
-    }
-
-    Verdict verdict(std::vector<std::string> words) { return run(std::move(words)).verdict; }
-
-    CommandContext& context() { return *m_context; }
-
-    SilentPrinter printer;
-    Options options{.client = {.label = "", .mailboxName = "client", .references = {}, .protocolRev = 3},
-                    .answerTimeout = std::chrono::milliseconds(10000),
-                    .publishedTimeout = std::chrono::milliseconds(10000),
-                    .connectsByItself = false};
-
-private:
-    const CommandTable m_table = allCommands();
-    std::unique_ptr<ScriptedServer> m_server;
-    std::unique_ptr<ClientHub> m_hub;
-    std::unique_ptr<CommandContext> m_context;
-};
 
 TEST_F(VornClientCommand, WhenConfirmedThenOkAndServerRefIsAdopted)
 {
@@ -101,7 +32,7 @@ TEST_F(VornClientCommand, WhenConfirmedThenOkAndServerRefIsAdopted)
     EXPECT_TRUE(context().client().isConnected());
     const Outcome outcome = run({"mmi", "1"});
     ASSERT_EQ(outcome.verdict, Verdict::ok) << outcome.message;
-    EXPECT_EQ(outcome.answer->decode().serverRef, 42U);
+    EXPECT_EQ(outcome.answer->decode().references.back().value, 42U);
 }
 
 TEST_F(VornClientCommand, WhenRejectedThenReasonIsTold)

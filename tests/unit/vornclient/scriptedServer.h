@@ -1,4 +1,4 @@
-/// A "VornServer" on a thread of its own that answers as a test tells it.
+/// A "VornServer" with its private mailbox, on a thread of its own, that answers as a test tells it.
 #pragma once
 
 #include "kiv/kiv.h"
@@ -21,8 +21,11 @@ public:
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
-    /// Answers with the references of the request and the bytes behind them.
+    /// Answers, from the mailbox that was asked, with the references of the request and the bytes behind them.
     void reply(const kiv_msg* request, std::uint32_t number, std::string_view payload = {}) const;
+    /// The same with another second reference.
+    void replyWithRef(const kiv_msg* request, std::uint32_t number, std::uint32_t secondRef,
+                      std::string_view payload) const;
     /// A signal of this size, zero behind its number.
     void replyOfSize(const kiv_msg* request, std::uint32_t number, std::uint32_t size) const;
     void publish();
@@ -34,5 +37,6 @@ private:
     Script m_script;
     kiv_mbox_id_t m_public = KIV_NO_MBOX;
     kiv_mbox_id_t m_private = KIV_NO_MBOX;
+    kiv_mbox_id_t m_own = KIV_NO_MBOX;
     std::thread m_thread;
 };

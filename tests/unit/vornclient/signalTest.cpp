@@ -131,9 +131,9 @@ TEST(Inbox, TakesInOrderAndOnlyWhatIsNewEnough)
     inbox.add(signalOf(build({"2"})));
     inbox.add(signalOf(build({"1", "clientRef=2"})));
     const auto isOne = [](const Signal& signal) { return signal.number() == 1; };
-    EXPECT_EQ(inbox.take(isOne, mark)->decode().clientRef, 2U);
+    EXPECT_EQ(inbox.take(isOne, mark)->decode().references.front().value, 2U);
     EXPECT_FALSE(inbox.take(isOne, mark));
-    EXPECT_EQ(inbox.take(isOne)->decode().clientRef, 1U);
+    EXPECT_EQ(inbox.take(isOne)->decode().references.front().value, 1U);
     EXPECT_EQ(inbox.signals().size(), 1U);
 }
 

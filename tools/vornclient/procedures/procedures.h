@@ -10,6 +10,9 @@ void addMmiCommands(CommandTable& table);
 void addTimeCommands(CommandTable& table);
 void addLinkSupervisionCommands(CommandTable& table);
 void addDeepSleepCommands(CommandTable& table);
+void addOamStateCommands(CommandTable& table);
+void addFaultCommands(CommandTable& table);
+void addRhuneCommands(CommandTable& table);
 void addSignalCommands(CommandTable& table);
 void addSessionCommands(CommandTable& table);
 

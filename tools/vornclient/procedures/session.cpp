@@ -6,6 +6,7 @@
 #include "vornclient/command.h"
 #include "vornclient/procedures/procedures.h"
 
+#include <chrono>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <sstream>
@@ -39,39 +40,59 @@ Outcome expectReject(CommandContext& context, Words words)
     return {Verdict::ok, "", std::move(outcome.answer)};
 }
 
+/// What a command of the unit's command line gave.
 struct UnitResult {
     Outcome outcome;
     std::string output;
+    std::string command;
+    int exitCode = 0;
 };
 
-UnitResult runUnitCommand(CommandContext& context, Words words)
+UnitResult runUnitCommand(Words words)
 {
     requireWords(words, 1, SIZE_MAX);
     std::ostringstream output;
     const auto result = Ostinel::CommandClient::run({words.begin(), words.end()}, output);
-    const std::string command = fmt::format("{}", fmt::join(words, " "));
-    UnitResult unit{{}, output.str()};
-    context.printer().unitOutput(command, unit.output, result.error ? 0 : result.exitCode);
+    UnitResult unit{{}, output.str(), fmt::format("{}", fmt::join(words, " ")), result.error ? 0 : result.exitCode};
     if (result.error == Ostinel::CommandClient::RunError::notFound) {
         unit.outcome = {Verdict::failed, fmt::format("no process has the command \"{}\"", words.front()), {}};
     } else if (result.error) {
-        unit.outcome = {Verdict::failed, fmt::format("\"{}\" was broken off", command), {}};
+        unit.outcome = {Verdict::failed, fmt::format("\"{}\" was broken off", unit.command), {}};
     } else if (result.exitCode != 0) {
-        unit.outcome = {Verdict::failed, fmt::format("\"{}\" ended with {}", command, result.exitCode), {}};
+        unit.outcome = {Verdict::failed, fmt::format("\"{}\" ended with {}", unit.command, result.exitCode), {}};
     }
     return unit;
 }
 
-Outcome ulmo(CommandContext& context, Words words)
+void print(CommandContext& context, const UnitResult& unit)
 {
-    return runUnitCommand(context, words).outcome;
+    context.printer().unitOutput(unit.command, unit.output, unit.exitCode);
 }
 
+Outcome ulmo(CommandContext& context, Words words)
+{
+    const UnitResult unit = runUnitCommand(words);
+    print(context, unit);
+    return unit.outcome;
+}
+
+/// Asks again for as long as an answer may take: what the unit does may still be on its way.
 Outcome ulmoExpect(CommandContext& context, Words words)
 {
+    constexpr std::chrono::milliseconds askAgain{20};
     requireWords(words, 2, SIZE_MAX);
-    UnitResult unit = runUnitCommand(context, words.subspan(1));
-    if (unit.outcome.verdict == Verdict::ok && unit.output.find(words[0]) == std::string::npos) {
+    const auto end = ClientHub::Clock::now() + context.options().answerTimeout;
+    UnitResult unit = runUnitCommand(words.subspan(1));
+    const auto hasText = [&] { return unit.output.find(words[0]) != std::string::npos; };
+    while (unit.outcome.verdict == Verdict::ok && !hasText() && ClientHub::Clock::now() < end) {
+        if (context.hub().waitUntil([] { return false; }, ClientHub::Clock::now() + askAgain) ==
+            WaitResult::interrupted) {
+            return {Verdict::interrupted, "interrupted", {}};
+        }
+        unit = runUnitCommand(words.subspan(1));
+    }
+    print(context, unit);
+    if (unit.outcome.verdict == Verdict::ok && !hasText()) {
         unit.outcome = {
             Verdict::failed, fmt::format("expected output with \"{}\", came: {}", words[0], unit.output), {}};
     }
@@ -96,7 +117,8 @@ void addSessionCommands(CommandTable& table)
     table.add({"expect-reject", "COMMAND... [with TEXT]", "the command is answered with a reject, of this text",
                expectReject, nullptr});
     table.add({"ulmo", "WORD...", "run a command of the unit's command line; it must end with 0", ulmo, unitCommands});
-    table.add({"ulmo-expect", "TEXT WORD...", "the same, and its output has the text", ulmoExpect, nullptr});
+    table.add({"ulmo-expect", "TEXT WORD...",
+               "the same until its output has the text, for as long as an answer may take", ulmoExpect, nullptr});
     table.add({"play", "FILE", "play a session file: one command a line, # comments", play, nullptr});
 }
 

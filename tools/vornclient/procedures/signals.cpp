@@ -13,7 +13,15 @@ using Clock = ClientHub::Clock;
 
 Outcome sendSignal(CommandContext& context, Words words)
 {
-    return context.send(buildSignal(words, context.client().references()));
+    requireWords(words, 1, SIZE_MAX);
+    Client& sender = context.clientFor(parseSignalNumber(words.front()));
+    return context.send(sender, buildSignal(words, sender.nextReferences()));
+}
+
+/// The one whose signals are looked at; where it is the one in use, it is connected first.
+Outcome beConnected(CommandContext& context, const Client& client)
+{
+    return &client == &context.client() ? context.beConnected() : Outcome{};
 }
 
 /// The signals that are expected next of a number are taken in their order: one with other fields is a failure.
@@ -21,14 +29,14 @@ Outcome expectSignal(CommandContext& context, Words words)
 {
     const auto within = takeWithin(words).value_or(context.options().answerTimeout);
     const SignalPattern pattern = SignalPattern::parse(words);
-    if (Outcome connected = context.beConnected(); connected.verdict != Verdict::ok) {
+    Client& client = context.clientFor(pattern.number());
+    if (Outcome connected = beConnected(context, client); connected.verdict != Verdict::ok) {
         return connected;
     }
     std::optional<Signal> found;
     const WaitResult result = context.hub().waitUntil(
         [&] {
-            found = context.client().inbox().take(
-                [&](const Signal& signal) { return signal.number() == pattern.number(); });
+            found = client.inbox().take([&](const Signal& signal) { return signal.number() == pattern.number(); });
             return found.has_value();
         },
         Clock::now() + within);
@@ -43,7 +51,7 @@ Outcome expectSignal(CommandContext& context, Words words)
     }
     return {Verdict::timedOut,
             fmt::format("expected {} within {}, came: {}", pattern.print(), printSeconds(within),
-                        printUnread(context.client().inbox())),
+                        printUnread(client.inbox())),
             {}};
 }
 
@@ -54,7 +62,8 @@ Outcome expectNone(CommandContext& context, Words words)
         throw BadUsage("\"within SECONDS\" is missing");
     }
     const auto pattern = words.empty() ? std::nullopt : std::optional(SignalPattern::parse(words));
-    if (Outcome connected = context.beConnected(); connected.verdict != Verdict::ok) {
+    Client& client = pattern ? context.clientFor(pattern->number()) : context.client();
+    if (Outcome connected = beConnected(context, client); connected.verdict != Verdict::ok) {
         return connected;
     }
     const auto isUnwanted = [&](const Signal& signal) {
@@ -63,7 +72,7 @@ Outcome expectNone(CommandContext& context, Words words)
     std::optional<Signal> found;
     const WaitResult result = context.hub().waitUntil(
         [&] {
-            found = context.client().inbox().take(isUnwanted);
+            found = client.inbox().take(isUnwanted);
             return found.has_value();
         },
         Clock::now() + *within);
@@ -107,8 +116,12 @@ std::vector<std::string> namesOf(Vorni::Direction direction)
 
 std::vector<std::string> fieldsOf(const std::string& name)
 {
-    std::vector<std::string> fields{"clientRef=", "serverRef="};
-    if (const Vorni::SignalInfo* info = Vorni::findSignal(std::string_view(name))) {
+    const Vorni::SignalInfo* info = Vorni::findSignal(std::string_view(name));
+    std::vector<std::string> fields;
+    for (const char* reference : Vorni::referenceNames(info != nullptr ? info->protocol : Vorni::Protocol::vorni)) {
+        fields.push_back(std::string(reference) + "=");
+    }
+    if (info != nullptr) {
         for (const Vorni::FieldInfo& field : info->fields) {
             fields.push_back(std::string(field.name) + "=");
         }

@@ -1,0 +1,99 @@
+/// A client of the program under test with a printer that remembers.
+#pragma once
+
+#include "scriptedServer.h"
+#include "vornclient/command.h"
+#include "vornclient/faultNames.h"
+#include "vorni/connection.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace VornClient {
+
+/// Keeps what would be printed of the signals.
+class SilentPrinter : public Printer
+{
+public:
+    SilentPrinter() : Printer(false) {}
+    void onSent(const Client& client, const Signal& signal) override { note(client, "->", signal); }
+    void onReceived(const Client& client, const Signal& signal) override { note(client, "<-", signal); }
+    void onServerPublished(kiv_mbox_id_t) override { log.emplace_back("published"); }
+    void onServerGone(kiv_mbox_id_t) override { log.emplace_back("gone"); }
+    void step(const std::string&, const std::string&) override {}
+    void unitOutput(const std::string&, const std::string&, int) override {}
+    void status(const ClientHub&, const Client&) override {}
+    void oamState(const Client&, const std::string& state) override { log.push_back("state " + state); }
+    void faults(const Client& client) override
+    {
+        for (const auto& [faultId, fault] : client.faults().faults()) {
+            log.push_back("fault " + printFaultId(faultId));
+        }
+    }
+    void beginWatch(const Client& client) override { setWatched(client); }
+    void onFaultChange(const Client&, const FaultChange& change) override
+    {
+        const bool hasFault = change.event != FaultEvent::cleared;
+        log.push_back(faultEventName(change.event) + (hasFault ? " " + printFaultId(change.fault.faultId) : ""));
+        if (whenFaultChanges) {
+            whenFaultChanges();
+        }
+    }
+    void error(const std::string&) override {}
+
+    std::vector<std::string> log;
+    std::function<void()> whenFaultChanges;
+
+private:
+    void note(const Client& client, const char* arrow, const Signal& signal)
+    {
+        log.push_back(client.settings().label + arrow + Vorni::signalName(signal.number()));
+    }
+};
+
+/// Runs commands against a server that the test scripts.
+class VornClientCommand : public testing::Test
+{
+protected:
+    void serve(ScriptedServer::Script script) { m_server = std::make_unique<ScriptedServer>(std::move(script)); }
+
+    /// Answers connection requests; the rest is the script's.
+    void serveConnected(ScriptedServer::Script script)
+    {
+        serve([script = std::move(script)](ScriptedServer& server, const kiv_msg* signal) {
+            if (signal->number == OmlaVornConnEstablishReqS::number) {
+                server.reply(signal, OmlaVornConnEstablishCfmS::number);
+            } else {
+                script(server, signal);
+            }
+        });
+    }
+
+    Outcome run(std::vector<std::string> words)
+    {
+        if (!m_context) {
+            m_hub = std::make_unique<ClientHub>("hub", printer);
+            m_context = std::make_unique<CommandContext>(*m_hub, printer, m_table, options);
+        }
+        return m_table.run(*m_context, words);
+    }
+
+    Verdict verdict(std::vector<std::string> words) { return run(std::move(words)).verdict; }
+
+    CommandContext& context() { return *m_context; }
+
+    SilentPrinter printer;
+    Options options{.client = {.label = "", .mailboxName = "client", .references = {}, .protocolRev = 3},
+                    .answerTimeout = std::chrono::milliseconds(10000),
+                    .publishedTimeout = std::chrono::milliseconds(10000),
+                    .connectsByItself = false};
+
+private:
+    const CommandTable m_table = allCommands();
+    std::unique_ptr<ScriptedServer> m_server;
+    std::unique_ptr<ClientHub> m_hub;
+    std::unique_ptr<CommandContext> m_context;
+};
+
+} // namespace VornClient
