@@ -15,6 +15,9 @@ enum class FaultSource : std::uint32_t {
     NONE = 4,
 };
 
+/// "DUNL", ...; "INVALID_VALUE(<n>)" for a value that isn't one of them.
+std::string faultSourceText(FaultSource source);
+
 /// A plain value that is copied freely.
 class FaultData
 {
