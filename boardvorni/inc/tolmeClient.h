@@ -81,7 +81,9 @@ public:
     void sendConnEstablishReq(std::uint32_t msgNo, const ReqType& request)
     {
         if (!isConnected() && isServerFound() && request.protocol_revision_size() > 0) {
-            sendMessage({msgNo, m_clientId, m_clientId}, request);
+            if (OwnedMessage msg = encode({msgNo, m_clientId, m_clientId}, request)) {
+                sendOwned(std::move(msg), m_serverMbox, m_ownMbox);
+            }
         }
     }
 
@@ -133,7 +135,7 @@ private:
     void acceptConnection(const TolmeEnvelope& envelope, std::optional<std::uint32_t> selectedProtocolRev);
     bool isInternal(std::uint32_t msgNo) const;
     bool undoHandler(std::uint32_t msgNo);
-    bool sendMessage(const TolmeEnvelope& envelope, const google::protobuf::Message& message);
+    static OwnedMessage encode(const TolmeEnvelope& envelope, const google::protobuf::Message& message);
     static void routeConnEstablishCfm(const TolmeMessagePtr& message);
     static void routeMessage(std::uint32_t msgNo, const TolmeMessagePtr& message);
 

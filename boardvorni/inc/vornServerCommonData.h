@@ -37,8 +37,7 @@ public:
     TolmeClient& getDunlClient();
     TolmeClient& getFeskClient();
     YarrowIClient& getYarrowIClient();
-    /// Null as long as the server has no fault manager.
-    VornServer::FaultManagerIf* getFaultManager();
+    VornServer::FaultManagerIf& getFaultManager();
 
     VornSession& addVornSession(std::uint32_t mboxId, std::uint32_t clientRef, std::uint32_t serverRef,
                                 std::uint16_t protocolRev, const std::string& mboxName, std::uint32_t monitorId);

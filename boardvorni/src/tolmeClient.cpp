@@ -214,22 +214,22 @@ std::uint32_t TolmeClient::send(std::uint32_t msgNo, const google::protobuf::Mes
         return 0;
     }
     const TolmeEnvelope envelope{msgNo, procedureRef != 0 ? procedureRef : nextProcedureRef(), m_connectionRef};
-    if (!sendMessage(envelope, message)) {
+    OwnedMessage msg = encode(envelope, message);
+    if (msg == nullptr) {
         return 0;
     }
     TRACE_SEND_SIG(envelope.msgNo, m_serverMbox, "{}", printMessage(envelope, message));
+    sendOwned(std::move(msg), m_serverMbox, m_ownMbox);
     return envelope.procedureRef;
 }
 
-bool TolmeClient::sendMessage(const TolmeEnvelope& envelope, const google::protobuf::Message& message)
+OwnedMessage TolmeClient::encode(const TolmeEnvelope& envelope, const google::protobuf::Message& message)
 {
     OwnedMessage msg = encodeBoardMessage(envelope, message);
     if (msg == nullptr) {
         TRACE_ERROR("Failed to encode message {}", envelope.msgNo);
-        return false;
     }
-    sendOwned(std::move(msg), m_serverMbox, m_ownMbox);
-    return true;
+    return msg;
 }
 
 std::uint32_t TolmeClient::nextProcedureRef()

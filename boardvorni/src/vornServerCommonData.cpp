@@ -1,6 +1,6 @@
 #include "vornServerCommonData.h"
 
-#include "faultmanager/faultManagerIf.h"
+#include "faultmanager/faultManager.h"
 #include "kiv/kiv.h"
 #include "tolmeClient.h"
 #include "vornSession.h"
@@ -43,7 +43,7 @@ struct VornServerCommonData::Impl {
     TolmeClient dunlClient{firstTolmeClientId};
     TolmeClient feskClient{firstTolmeClientId};
     YarrowIClient yarrowIClient;
-    VornServer::FaultManagerIf* faultManager = nullptr;
+    std::unique_ptr<VornServer::FaultManagerIf> faultManager = std::make_unique<VornServer::FaultManager>();
 };
 
 VornServerCommonData::VornServerCommonData()
@@ -83,9 +83,9 @@ YarrowIClient& VornServerCommonData::getYarrowIClient()
     return m_impl->yarrowIClient;
 }
 
-VornServer::FaultManagerIf* VornServerCommonData::getFaultManager()
+VornServer::FaultManagerIf& VornServerCommonData::getFaultManager()
 {
-    return m_impl->faultManager;
+    return *m_impl->faultManager;
 }
 
 VornSession& VornServerCommonData::addVornSession(std::uint32_t mboxId, std::uint32_t clientRef,

@@ -83,11 +83,7 @@ int VornServerImpl::start()
     if (activeObject == nullptr) {
         return noThread;
     }
-    const auto reportFault = [this](VornServer::FaultData fault) {
-        if (VornServer::FaultManagerIf* faultManager = m_commonData->getFaultManager()) {
-            faultManager->addFault(fault);
-        }
-    };
+    const auto reportFault = [this](VornServer::FaultData fault) { m_commonData->getFaultManager().addFault(fault); };
     m_wenduSupervisor.reset(new (std::nothrow) WenduSupervisor(reportFault, activeObject));
     if (m_wenduSupervisor == nullptr) {
         TRACE_ERROR("WENDU supervisor pointer is null!");
@@ -156,8 +152,7 @@ int VornServerImpl::initComponents()
             return initFailed;
         }
     }
-    VornServer::FaultManagerIf* faultManager = m_commonData->getFaultManager();
-    if (faultManager != nullptr && !faultManager->init()) {
+    if (!m_commonData->getFaultManager().init()) {
         TRACE_INFO("VornServer Fault Manager has failed to init");
         return initFailed;
     }

@@ -5,6 +5,7 @@
 #include "dunl/numbers.h"
 #include "fesk/numbers.h"
 #include "ostinel/kivTicket.h"
+#include "rhune/rhuneSignals.h"
 #include "unit.h"
 #include "vorni/connection.h"
 #include "yarrowi/numbers.h"
@@ -37,7 +38,8 @@ protected:
         addAll(fesk::messages);
         addAll(yarrowi::messages);
         for (const std::uint32_t number :
-             {0U, 1U, 0x1658777U, 0x7FFFFFFFU, 0xFFFFFFFFU, Ostinel::locatorMessage, Ostinel::monitorMessage}) {
+             {0U, 1U, 0x1658777U, 0x7FFFFFFFU, 0xFFFFFFFFU, RhuneVornServerKivMonitorIndS::number,
+              Ostinel::locatorMessage, Ostinel::monitorMessage}) {
             add(number, 24);
         }
         unit.bringUp();

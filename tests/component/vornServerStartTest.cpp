@@ -1,7 +1,9 @@
 /// Start, the order of messages, and the exit message.
 
 #include "unit.h"
+#include "vornServerCmdHandler.h"
 #include "vornServerImpl.h"
+#include "vornServerUlmo.h"
 #include "vorni/connection.h"
 #include "vorni/linkSupervision.h"
 #include "vorni/mmi.h"
@@ -46,6 +48,19 @@ TEST_F(VornServerStartTest, when_the_private_name_is_taken_then_the_server_stays
     thief.appear();
     EXPECT_EQ(unit.server->start(), 0);
     EXPECT_TRUE(RecordedTraces::waitFor("Failed to create KIV mailbox!", 0, deadline));
+}
+
+TEST_F(VornServerStartTest, when_the_fault_managers_command_is_taken_then_the_server_does_not_start)
+{
+    struct : VornServerCmdHandler {
+        bool handleCommand(const std::vector<std::string>&, std::ostream&) override { return false; }
+    } other;
+    ASSERT_TRUE(VornServerUlmo::getInstance().registerCmdHandler("fm", &other));
+    EXPECT_EQ(unit.server->start(), 0);
+    EXPECT_TRUE(RecordedTraces::waitFor("Failed to register signal handlers!", 0, deadline));
+    EXPECT_TRUE(RecordedTraces::has("\"fm\" is already registered"));
+    EXPECT_TRUE(RecordedTraces::has("VornServer Fault Manager has failed to init"));
+    VornServerUlmo::getInstance().unregisterCmdHandler("fm");
 }
 
 TEST_F(VornServerStartTest, when_many_signals_come_at_once_then_they_are_answered_in_order)

@@ -193,7 +193,11 @@ void Unit::connectDunl()
     dunl.expect<dunl::GetContainerPidReq>(dunl::MsgNo::GetContainerPidReq);
     const auto capabilities = dunl.expect<dunl::GetCapabilitiesReq>(dunl::MsgNo::GetCapabilitiesReq);
     dunl.expect<dunl::SubscribeFaultsReq>(dunl::MsgNo::SubscribeFaultsReq);
-    capabilities.reply(dunl::MsgNo::GetCapabilitiesCfm, dunl::GetCapabilitiesCfm());
+    dunl::GetCapabilitiesCfm capabilitiesCfm;
+    for (const int capability : dunlCapabilities) {
+        capabilitiesCfm.add_capabilities(static_cast<dunl::Capability>(capability));
+    }
+    capabilities.reply(dunl::MsgNo::GetCapabilitiesCfm, capabilitiesCfm);
 }
 
 void Unit::connectFesk()

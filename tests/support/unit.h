@@ -261,6 +261,9 @@ public:
     std::uint32_t privateMbox() const;
 
     Post post;
+    /// What the DUNL server says that it can do: values of tolme::dunl::Capability. To be set before it connects.
+    std::vector<int> dunlCapabilities;
+
     VorniPeer legacy{post, "LegacyVornServer"};
     BoardServer dunl{post, "DunlServer"};
     BoardServer fesk{post, "FeskServer"};
