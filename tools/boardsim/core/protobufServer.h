@@ -40,7 +40,8 @@ enum class Verdict { confirm, reject };
 using Indicate = std::function<void(const Connection&, const Message&)>;
 
 /// A group of a protobuf server. Its handlers have the form `Verdict handler(const Connection&, const Req&, Cfm&,
-/// Rej&)`; the answer that they decide on is sent as they leave it.
+/// Rej&)`, or `void handler(const Connection&, const Req&, Cfm&)` where there is no reject; the answer that they decide
+/// on is sent as they leave it.
 class ProtobufProcedures : public ProcedureGroup
 {
 public:
@@ -86,6 +87,10 @@ protected:
 
     template <typename Req, typename Group, typename Cfm, typename Rej>
     void on(Group& group, Verdict (Group::*handler)(const Connection&, const Req&, Cfm&, Rej&));
+
+    /// A request that the interface has no reject for.
+    template <typename Req, typename Group, typename Cfm>
+    void on(Group& group, void (Group::*handler)(const Connection&, const Req&, Cfm&));
 
     /// A request that is counted and has no answer.
     template <typename Req>
@@ -213,6 +218,18 @@ void ProtobufServer::on(Group& group, Verdict (Group::*handler)(const Connection
     request.handle = [&group, handler](const Connection& connection, const Message& req, Message& cfm, Message* rej) {
         return (group.*handler)(connection, static_cast<const Req&>(req), static_cast<Cfm&>(cfm),
                                 static_cast<Rej&>(*rej));
+    };
+    enter(std::move(request));
+}
+
+template <typename Req, typename Group, typename Cfm>
+void ProtobufServer::on(Group& group, void (Group::*handler)(const Connection&, const Req&, Cfm&))
+{
+    Request request = row<Req>(Purpose::request);
+    request.confirm = &Cfm::default_instance();
+    request.handle = [&group, handler](const Connection& connection, const Message& req, Message& cfm, Message*) {
+        (group.*handler)(connection, static_cast<const Req&>(req), static_cast<Cfm&>(cfm));
+        return Verdict::confirm;
     };
     enter(std::move(request));
 }

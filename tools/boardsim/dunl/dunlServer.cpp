@@ -7,11 +7,13 @@ namespace boardsim {
 
 using namespace tolme::dunl;
 
-DunlServer::DunlServer() : ProtobufServer("dunl", DunlServerMetadata().name(), messages)
+DunlServer::DunlServer() : ProtobufServer("dunl", DunlServerMetadata().name(), messages), m_faults(indicator())
 {
     add(m_capabilities);
     add(m_utcTime);
     add(m_connectivity);
+    add(m_faults);
+    add(m_oamState);
 
     onConnect<ConnEstablishReq, ConnEstablishCfm, ConnEstablishRej>();
 
@@ -25,9 +27,15 @@ DunlServer::DunlServer() : ProtobufServer("dunl", DunlServerMetadata().name(), m
     on<ConnectivityNotConnectedReq>(m_connectivity, &Connectivity::notConnected);
     on<ConnectivitySetSupervisionTimeoutReq>(m_connectivity, &Connectivity::setSupervisionTimeout);
 
+    on<SubscribeFaultsReq>(m_faults, &Faults::subscribe);
+
+    on<SetOamStateReq>(m_oamState, &boardsim::OamState::setState);
+
     onUnanswered<GetProductInfoReq>();
     onUnanswered<GetContainerPidReq>();
-    onUnanswered<SubscribeFaultsReq>();
+
+    indicates<FaultInd>();
+    indicates<FaultCeaseInd>();
 }
 
 } // namespace boardsim

@@ -4,6 +4,8 @@
 #include "tools/boardsim/core/protobufServer.h"
 #include "tools/boardsim/dunl/connectivity.h"
 #include "tools/boardsim/dunl/dunlCapabilities.h"
+#include "tools/boardsim/dunl/faults.h"
+#include "tools/boardsim/dunl/oamState.h"
 #include "tools/boardsim/dunl/utcTime.h"
 
 namespace boardsim {
@@ -17,6 +19,8 @@ private:
     DunlCapabilities m_capabilities;
     UtcTime m_utcTime;
     Connectivity m_connectivity;
+    Faults m_faults;
+    OamState m_oamState;
 };
 
 } // namespace boardsim
