@@ -54,6 +54,9 @@ void fill(Message& message)
         case FieldDescriptor::CPPTYPE_UINT32:
             isRepeated ? reflection->AddUInt32(&message, field, 1) : reflection->SetUInt32(&message, field, 300);
             break;
+        case FieldDescriptor::CPPTYPE_INT32:
+            isRepeated ? reflection->AddInt32(&message, field, 1) : reflection->SetInt32(&message, field, 7);
+            break;
         case FieldDescriptor::CPPTYPE_BOOL:
             reflection->SetBool(&message, field, true);
             break;
