@@ -1,16 +1,19 @@
 #include "board.h"
 
+#include "boardMessage.h"
 #include "dunl/dunl.pb.h"
 #include "dunl/numbers.h"
+#include "faultTimes.h"
 #include "fesk/fesk.pb.h"
 #include "fesk/numbers.h"
 #include "mailbox.h"
-#include "messageNumber.h"
+#include "unit.h"
 #include "vorni/access.h"
 #include "vorni/connection.h"
 #include "yarrowi/numbers.h"
 #include "yarrowi/yarrowi.pb.h"
 
+#include <optional>
 #include <unordered_map>
 
 namespace Bench {
@@ -18,25 +21,18 @@ namespace {
 
 using namespace tolme;
 
+/// A fault that leaves nothing behind in the server once it has ceased.
+constexpr std::int32_t hardwareFault = 0;
+
 /// A request to a board server, and how it is answered.
 struct Request {
-    const BoardMessageHeader& header;
+    BoardEnvelope envelope;
     kiv_mbox_id_t client;
     kiv_mbox_id_t server;
 
-    template <typename Answer>
-    void answer(std::uint32_t msgNo, std::uint32_t connectionRef, const Answer& body) const
+    void answer(std::uint32_t msgNo, std::uint32_t connectionRef, const google::protobuf::Message& body) const
     {
-        const std::size_t size = body.ByteSizeLong();
-        kiv_msg* msg = kiv_alloc(static_cast<std::uint32_t>(sizeof header + size), msgNo);
-        auto* answerHeader = viewSignal<BoardMessageHeader>(msg);
-        if (answerHeader == nullptr) {
-            throw Failed("no memory for a message");
-        }
-        answerHeader->procedureRef = header.procedureRef;
-        answerHeader->connectionRef = connectionRef;
-        body.SerializeToArray(answerHeader + 1, static_cast<int>(size));
-        kiv_send(&msg, client, server);
+        sendOwned(encodeBoardMessage({msgNo, envelope.procedureRef, connectionRef}, body), client, server);
     }
 };
 
@@ -45,11 +41,13 @@ struct Connection {
     static constexpr std::uint32_t serverRef = 0x1001;
 
     std::uint32_t clientRef = 0;
+    kiv_mbox_id_t client = KIV_NO_MBOX;
 
     template <typename Cfm>
     void establish(const Request& request, std::uint32_t cfmMsgNo)
     {
-        clientRef = request.header.procedureRef;
+        clientRef = request.envelope.procedureRef;
+        client = request.client;
         Cfm cfm;
         cfm.set_selected_protocol_revision(1);
         request.answer(cfmMsgNo, serverRef, cfm);
@@ -73,8 +71,12 @@ public:
             handleSignal(std::move(message));
             return;
         }
-        if (const auto* header = viewSignal<BoardMessageHeader>(msg)) {
-            const Request request{*header, kiv_sender(msg), receiver};
+        if (receiver == m_dunl && msg->number == FaultOrder::number) {
+            obey(*reinterpret_cast<const FaultOrder*>(msg));
+            return;
+        }
+        if (const auto envelope = readBoardEnvelope(msg)) {
+            const Request request{*envelope, kiv_sender(msg), receiver};
             receiver == m_dunl   ? handleDunl(request)
             : receiver == m_fesk ? handleFesk(request)
                                  : handleYarrowI(request);
@@ -86,6 +88,7 @@ private:
     void handleDunl(const Request& request);
     void handleFesk(const Request& request);
     void handleYarrowI(const Request& request);
+    void obey(const FaultOrder& order);
 
     kiv_mbox_id_t m_legacy;
     kiv_mbox_id_t m_dunl;
@@ -95,6 +98,7 @@ private:
     Connection m_feskConnection;
     std::unordered_map<std::uint32_t, std::uint32_t> m_sleepConnections; ///< our reference to vornserver's
     std::uint32_t m_lastReference = 0;
+    std::optional<FaultTimes> m_faultTimes; ///< from the first fault on
 };
 
 void Board::handleSignal(MessagePtr message)
@@ -115,7 +119,7 @@ void Board::handleSignal(MessagePtr message)
 void Board::handleDunl(const Request& request)
 {
     const std::uint32_t ref = m_dunlConnection.clientRef;
-    switch (request.header.msgNo) {
+    switch (request.envelope.msgNo) {
     case dunl::MsgNo::ConnEstablishReq:
         m_dunlConnection.establish<dunl::ConnEstablishCfm>(request, dunl::MsgNo::ConnEstablishCfm);
         break;
@@ -142,7 +146,7 @@ void Board::handleDunl(const Request& request)
 void Board::handleFesk(const Request& request)
 {
     const std::uint32_t ref = m_feskConnection.clientRef;
-    switch (request.header.msgNo) {
+    switch (request.envelope.msgNo) {
     case fesk::MsgNo::ConnEstablishReq:
         m_feskConnection.establish<fesk::ConnEstablishCfm>(request, fesk::MsgNo::ConnEstablishCfm);
         break;
@@ -162,8 +166,8 @@ void Board::handleFesk(const Request& request)
 
 void Board::handleYarrowI(const Request& request)
 {
-    const std::uint32_t connectionRef = request.header.connectionRef;
-    switch (request.header.msgNo) {
+    const std::uint32_t connectionRef = request.envelope.connectionRef;
+    switch (request.envelope.msgNo) {
     case yarrowi::MsgNo::ConnectionEstablishReq: {
         m_sleepConnections[++m_lastReference] = connectionRef;
         yarrowi::ConnectionEstablishCfm cfm;
@@ -187,7 +191,34 @@ void Board::handleYarrowI(const Request& request)
     }
 }
 
+void Board::obey(const FaultOrder& order)
+{
+    if (!m_faultTimes) {
+        m_faultTimes.emplace(faultTimesPath());
+    }
+    const BoardEnvelope envelope{order.isRaise ? dunl::MsgNo::FaultInd : dunl::MsgNo::FaultCeaseInd, 0,
+                                 m_dunlConnection.clientRef};
+    OwnedMessage message;
+    if (order.isRaise) {
+        dunl::FaultInd ind;
+        ind.set_fault_id(hardwareFault);
+        ind.set_fault_case(1);
+        message = encodeBoardMessage(envelope, ind);
+    } else {
+        dunl::FaultCeaseInd ind;
+        ind.set_fault_id(hardwareFault);
+        message = encodeBoardMessage(envelope, ind);
+    }
+    m_faultTimes->noteSent();
+    sendOwned(std::move(message), m_dunlConnection.client, m_dunl);
+}
+
 } // namespace
+
+std::string faultTimesPath()
+{
+    return runDir() + "/faultTimes";
+}
 
 void runBoard(const Ready& ready)
 {

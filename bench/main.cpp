@@ -1,4 +1,5 @@
-/// Measures kiv and vornserver beside bare sockets and ZeroMQ, and what many clients cost.
+/// Measures kiv and vornserver beside bare sockets and ZeroMQ, the way of a fault to many subscribers, and what many
+/// clients cost.
 
 #include "results.h"
 #include "roles.h"
@@ -13,8 +14,28 @@ using namespace Bench;
 
 namespace {
 
-const Effort thorough{9, 10'000, 40'000, 2'000, {1, 10, 100, 1000}, {1, 200, 1000}};
-const Effort smoke{3, 500, 2'000, 200, {1, 10, 100, 1000}, {1, 20}};
+const Effort thorough{
+    .rounds = 9,
+    .roundTrips = 10'000,
+    .messages = 40'000,
+    .requests = 2'000,
+    .signals = 30'000,
+    .mailboxClients = {1, 10, 100, 1000},
+    .processClients = {1, 200, 1000},
+    .mailboxSubscribers = {1, 100, 1000},
+    .processSubscribers = {100, 1000},
+};
+const Effort smoke{
+    .rounds = 3,
+    .roundTrips = 500,
+    .messages = 2'000,
+    .requests = 200,
+    .signals = 1'000,
+    .mailboxClients = {1, 10, 100, 1000},
+    .processClients = {1, 20},
+    .mailboxSubscribers = {1, 100, 1000},
+    .processSubscribers = {20},
+};
 
 /// A private folder for the sockets of a run.
 class Folder
@@ -60,6 +81,7 @@ Results measureAll(bool quick, const std::string& serverProgram)
     const Folder folder;
     useRunDir(folder.path());
     measureTransports(folder.path(), serverProgram, effort, results);
+    measureFanOuts(folder.path(), serverProgram, effort, results);
     measureScale(folder.path(), serverProgram, effort, results);
     return results;
 }

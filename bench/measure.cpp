@@ -18,7 +18,13 @@ double quantile(std::vector<double>& values, double share)
 
 } // namespace
 
-RoundTrips measureRoundTrips(Channel& channel, unsigned count)
+Spread spreadOf(std::vector<double> microseconds)
+{
+    const double p99 = quantile(microseconds, 0.99);
+    return {quantile(microseconds, 0.5), p99};
+}
+
+Spread measureRoundTrips(Channel& channel, unsigned count)
 {
     std::vector<double> times;
     times.reserve(count);
@@ -28,8 +34,7 @@ RoundTrips measureRoundTrips(Channel& channel, unsigned count)
         channel.receive();
         times.push_back(Microseconds(Clock::now() - begin).count());
     }
-    const double p99 = quantile(times, 0.99);
-    return {quantile(times, 0.5), p99};
+    return spreadOf(std::move(times));
 }
 
 double measureThroughput(Channel& channel, unsigned count)

@@ -29,13 +29,15 @@ public:
     virtual void receive() = 0;
 };
 
-struct RoundTrips {
+/// Of many times.
+struct Spread {
     double median; ///< microseconds
     double p99;    ///< microseconds
 };
+Spread spreadOf(std::vector<double> microseconds);
 
 /// One message in flight.
-RoundTrips measureRoundTrips(Channel& channel, unsigned count);
+Spread measureRoundTrips(Channel& channel, unsigned count);
 /// Messages a second that go and come back while `inFlight` are on their way.
 double measureThroughput(Channel& channel, unsigned count);
 

@@ -12,12 +12,18 @@ namespace {
 
 constexpr double aimDirectRoundTrip = 1.3;
 constexpr double aimRelayedThroughput = 1.0;
+constexpr double aimFanOut = 1.5;
 constexpr double aimScale = 1.3;
 constexpr double aimMemory = 16 * 1024;
 
 const char* nameOf(Processors processors)
 {
     return processors == Processors::one ? "one processor" : "all processors";
+}
+
+const char* subscribersName(Clients kind)
+{
+    return kind == Clients::mailboxes ? "Subscribers in one process" : "Subscribers, a process each";
 }
 
 std::string printTransports(const std::string& title, const std::vector<TransportFigures>& figures)
@@ -35,6 +41,33 @@ std::string printTransports(const std::string& title, const std::vector<Transpor
         text += fmt::format("| **kiv : {}** | **{:.2f}** | {:.2f} | **{:.2f}** |\n", row->name,
                             medianRatio(kiv.roundTrip, row->roundTrip), medianRatio(kiv.p99, row->p99),
                             medianRatio(kiv.throughput, row->throughput));
+    }
+    return text + '\n';
+}
+
+std::string printFanOutRow(const FanOutComparison& comparison, const char* way, const FanOutFigures& figures)
+{
+    const double fault = median(figures.fault);
+    return fmt::format("| {} | {} | {:.1f} | {:.1f} | {:.2f} | {:.1f} |\n", comparison.subscribers, way, fault,
+                       median(figures.faultP99), fault / comparison.subscribers, median(figures.cease));
+}
+
+/// The fan-outs of one table, one right after the other.
+std::string printFanOuts(const std::vector<FanOutComparison>& comparisons, Clients kind, Processors processors)
+{
+    std::string text = fmt::format("| {}, {} | | Fault, until the last has it, median (µs) | 99th percentile (µs) | "
+                                   "Per subscriber (µs) | Cease, until the last has it (µs) |\n"
+                                   "|--:|---|--:|--:|--:|--:|\n",
+                                   subscribersName(kind), nameOf(processors));
+    for (const FanOutComparison& row : comparisons) {
+        if (row.kind == kind && row.processors == processors) {
+            text += printFanOutRow(row, "kiv, vornserver", row.kiv) +
+                    printFanOutRow(row, "bare sockets, epoll hub", row.sockets);
+            const double ratio = medianRatio(row.kiv.fault, row.sockets.fault);
+            text += fmt::format("| | **kiv : bare sockets** | **{:.2f}** | {:.2f} | {:.2f} | {:.2f} |\n", ratio,
+                                medianRatio(row.kiv.faultP99, row.sockets.faultP99), ratio,
+                                medianRatio(row.kiv.cease, row.sockets.cease));
+        }
     }
     return text + '\n';
 }
@@ -96,6 +129,13 @@ std::string printAims(const Results& results)
         text += printAim(fmt::format("Relayed throughput at or above ZeroMQ's relay, {}", nameOf(processors)),
                          medianRatio(relayed[0].throughput, relayed[2].throughput), aimRelayedThroughput, false, "");
     }
+    for (const FanOutComparison& row : results.fanOuts) {
+        text += printAim(
+            fmt::format("Fault to {} {} within 1.5 of bare sockets, {}", row.subscribers,
+                        row.kind == Clients::mailboxes ? (row.subscribers == 1 ? "mailbox" : "mailboxes") : "processes",
+                        nameOf(row.processors)),
+            medianRatio(row.kiv.fault, row.sockets.fault), aimFanOut, true, "");
+    }
     return text + printScaleAims("clients", ofKind(results, Clients::mailboxes)) +
            printScaleAims("client processes", ofKind(results, Clients::processes)) + '\n';
 }
@@ -112,6 +152,26 @@ nlohmann::json jsonOf(const std::vector<TransportFigures>& figures)
     return list;
 }
 
+nlohmann::json jsonOf(const FanOutFigures& figures)
+{
+    return {{"faultMicroseconds", figures.fault},
+            {"faultP99Microseconds", figures.faultP99},
+            {"ceaseMicroseconds", figures.cease}};
+}
+
+nlohmann::json jsonOf(const std::vector<FanOutComparison>& comparisons)
+{
+    nlohmann::json list = nlohmann::json::array();
+    for (const FanOutComparison& row : comparisons) {
+        list.push_back({{"processors", nameOf(row.processors)},
+                        {"subscribers", row.subscribers},
+                        {"processEach", row.kind == Clients::processes},
+                        {"kiv", jsonOf(row.kiv)},
+                        {"sockets", jsonOf(row.sockets)}});
+    }
+    return list;
+}
+
 } // namespace
 
 std::string printTables(const Results& results)
@@ -122,10 +182,17 @@ std::string printTables(const Results& results)
         transports += printTransports("Direct, " + processors, comparison.direct);
         transports += printTransports("Relayed, " + processors, comparison.relayed);
     }
+    std::string fanOuts;
+    for (const Clients kind : {Clients::mailboxes, Clients::processes}) {
+        for (const Processors processors : {Processors::one, Processors::all}) {
+            fanOuts += printFanOuts(results.fanOuts, kind, processors);
+        }
+    }
     return fmt::format("{} processors, load {:.1f} before the run, {} rounds{}.\n\n",
                        std::thread::hardware_concurrency(), results.loadBefore, results.rounds,
                        results.quick ? ", quick" : "") +
-           printAims(results) + transports + printScale("Clients, one process", ofKind(results, Clients::mailboxes)) +
+           printAims(results) + transports + fanOuts +
+           printScale("Clients, one process", ofKind(results, Clients::mailboxes)) +
            printScale("Clients, a process each", ofKind(results, Clients::processes));
 }
 
@@ -147,8 +214,11 @@ std::string printJson(const Results& results)
                                {"direct", jsonOf(comparison.direct)},
                                {"relayed", jsonOf(comparison.relayed)}});
     }
-    return nlohmann::json{
-        {"quick", results.quick}, {"loadBefore", results.loadBefore}, {"comparisons", comparisons}, {"scale", scale}}
+    return nlohmann::json{{"quick", results.quick},
+                          {"loadBefore", results.loadBefore},
+                          {"comparisons", comparisons},
+                          {"fanOuts", jsonOf(results.fanOuts)},
+                          {"scale", scale}}
         .dump(2);
 }
 

@@ -32,12 +32,29 @@ struct Comparison {
     std::vector<TransportFigures> relayed; ///< in the same order
 };
 
+/// The fan-out of a fault over one way, a figure for each round.
+struct FanOutFigures {
+    std::vector<double> fault;    ///< median of a round until the last subscriber has it, microseconds
+    std::vector<double> faultP99; ///< microseconds
+    std::vector<double> cease;    ///< median of the fault's end, microseconds
+};
+
+/// Both ways with their ends on the same processors.
+struct FanOutComparison {
+    Processors processors;
+    Clients kind;
+    unsigned subscribers;
+    FanOutFigures kiv;
+    FanOutFigures sockets;
+};
+
 struct Results {
     bool quick = false;
     unsigned rounds = 0;
     double loadBefore = 0; ///< processes that ran or wanted to, just before
     std::vector<Comparison> comparisons;
-    std::vector<ScaleFigures> scale; ///< by kind, then by number
+    std::vector<FanOutComparison> fanOuts; ///< by kind, then by processors, then by number
+    std::vector<ScaleFigures> scale;       ///< by kind, then by number
 };
 
 /// How much is measured.
@@ -46,13 +63,18 @@ struct Effort {
     unsigned roundTrips; ///< a round
     unsigned messages;   ///< a round, for the throughput
     unsigned requests;   ///< a round and number of clients
+    unsigned signals;    ///< a round, of the fan-out of faults; that of one fault may be more
     std::vector<unsigned> mailboxClients;
     std::vector<unsigned> processClients;
+    std::vector<unsigned> mailboxSubscribers;
+    std::vector<unsigned> processSubscribers;
 };
 
 /// The server is found in the calling process's run-time directory.
 void measureTransports(const std::string& folder, const std::string& serverProgram, const Effort& effort,
                        Results& results);
+void measureFanOuts(const std::string& folder, const std::string& serverProgram, const Effort& effort,
+                    Results& results);
 void measureScale(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
 
 /// Markdown tables, readable as they are.

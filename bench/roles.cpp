@@ -3,6 +3,7 @@
 #include "board.h"
 #include "channels.h"
 #include "child.h"
+#include "fanOut.h"
 #include "swarm.h"
 
 #include <map>
@@ -24,14 +25,23 @@ void playSwarm(const Words& words)
     runSwarm(words[2], kind, static_cast<unsigned>(std::stoul(words[4])), sayReady);
 }
 
+void playSocketFaultHub(const Words& words)
+{
+    runSocketFaultHub(words[1], static_cast<unsigned>(std::stoul(words[2])), sayReady);
+}
+
 const std::map<std::string, Role>& roles()
 {
     static const std::map<std::string, Role> table{
         {"board", {0, [](const Words&) { runBoard(sayReady); }}},
         {"client", {1, [](const Words& words) { runClient(words[1]); }}},
         {"kivEcho", {1, [](const Words& words) { runKivEcho(words[1], sayReady); }}},
+        {"kivSubscriber", {1, [](const Words& words) { runKivSubscriber(words[1], sayReady); }}},
         {"socketEcho", {1, [](const Words& words) { runSocketEcho(words[1], sayReady); }}},
+        {"socketFaultHub", {2, playSocketFaultHub}},
+        {"socketFaultSender", {1, [](const Words& words) { runSocketFaultSender(words[1], sayReady); }}},
         {"socketRelay", {2, [](const Words& words) { runSocketRelay(words[1], words[2], sayReady); }}},
+        {"socketSubscriber", {1, [](const Words& words) { runSocketSubscriber(words[1], sayReady); }}},
         {"swarm", {4, playSwarm}},
         {"zmqPairEcho", {1, [](const Words& words) { runZmqPairEcho(words[1], sayReady); }}},
         {"zmqRelay", {2, [](const Words& words) { runZmqRelay(words[1], words[2], sayReady); }}},

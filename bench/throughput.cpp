@@ -24,7 +24,7 @@ std::vector<TransportFigures> compare(const std::vector<Contender>& contenders, 
     }
     for (unsigned round = 0; round < effort.rounds; ++round) {
         for (std::size_t i = 0; i < contenders.size(); ++i) {
-            const RoundTrips trips = measureRoundTrips(*contenders[i].channel, effort.roundTrips);
+            const Spread trips = measureRoundTrips(*contenders[i].channel, effort.roundTrips);
             figures[i].roundTrip.push_back(trips.median);
             figures[i].p99.push_back(trips.p99);
         }

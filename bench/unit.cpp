@@ -37,6 +37,15 @@ void useRunDir(const std::string& folder)
     ::unsetenv("SYS_MODE");
 }
 
+std::string runDir()
+{
+    const char* folder = std::getenv("RU_DIR");
+    if (folder == nullptr) {
+        throw Failed("no run-time directory");
+    }
+    return folder;
+}
+
 Unit::Unit(const std::string& serverProgram)
     : m_board(startRole({"board"})), m_server(serverProgram, {}, Child::Io::none),
       m_publicMbox(awaitMailbox("VornServer"))

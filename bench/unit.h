@@ -12,6 +12,7 @@ namespace Bench {
 
 /// Makes `folder` the run-time directory of this process and of those that it starts. Before the first kiv call.
 void useRunDir(const std::string& folder);
+std::string runDir();
 
 /// The server that runs in this process's run-time directory, published. The calling thread has a mailbox.
 class Unit
