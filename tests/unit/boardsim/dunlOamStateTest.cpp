@@ -40,29 +40,21 @@ TEST_F(BoardSimOamStateTest, each_state_is_confirmed_and_what_is_none_is_rejecte
     set(tolme::dunl::OAM_OPERATIONAL);
     EXPECT_EQ(state(), "OPERATIONAL\n");
 
-    send("DunlServer", MsgNo::SetOamStateReq, 10, m_connection, SetOamStateReq());
-    EXPECT_EQ(expect<tolme::dunl::SetOamStateRej>(MsgNo::SetOamStateRej).procedureRef, 10U);
     SetOamStateReq unknown;
     ASSERT_TRUE(unknown.ParseFromString("\x08\x07"));
-    send("DunlServer", MsgNo::SetOamStateReq, 11, m_connection, unknown);
-    EXPECT_EQ(expect<tolme::dunl::SetOamStateRej>(MsgNo::SetOamStateRej).procedureRef, 11U);
-
+    for (const SetOamStateReq& request : {SetOamStateReq(), unknown}) {
+        send("DunlServer", MsgNo::SetOamStateReq, 10, m_connection, request);
+        EXPECT_EQ(expect<tolme::dunl::SetOamStateRej>(MsgNo::SetOamStateRej).procedureRef, 10U);
+    }
     EXPECT_EQ(show("dunl")["oamState"].dump(), R"({"state":"OPERATIONAL","requests":5,)"
                                                R"("history":["STARTING","DISABLED","OPERATIONAL","absent","7"]})");
+    for (int i = 0; i < 16; ++i) { // the last sixteen are kept
+        set(tolme::dunl::OAM_OPERATIONAL);
+    }
+    EXPECT_EQ(show("dunl")["oamState"]["history"], Json(std::vector<std::string>(16, "OPERATIONAL")));
     EXPECT_EQ(run("dunl restart"), 0);
     EXPECT_EQ(state(), "none\n");
     EXPECT_EQ(run("dunl oam-state now"), 1);
-}
-
-TEST_F(BoardSimOamStateTest, the_history_keeps_the_last_sixteen)
-{
-    set(tolme::dunl::OAM_DISABLED);
-    for (int i = 0; i < 16; ++i) {
-        set(tolme::dunl::OAM_OPERATIONAL);
-    }
-    const Json oamState = show("dunl")["oamState"];
-    EXPECT_EQ(oamState["requests"], 17);
-    EXPECT_EQ(oamState["history"], Json(std::vector<std::string>(16, "OPERATIONAL")));
 }
 
 TEST_F(BoardSimOamStateTest, a_state_that_is_refused_by_rule_is_not_taken_and_a_held_one_is)

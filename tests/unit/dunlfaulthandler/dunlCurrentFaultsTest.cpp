@@ -5,39 +5,51 @@
 #include "trace/recordedTraces.h"
 
 #include <gtest/gtest.h>
-#include <vector>
+#include <sstream>
 
 using VornTrace::RecordedTraces;
 
 namespace {
 
-constexpr std::int32_t hwFault = 0;
-constexpr std::int32_t tooLow = 4;
-constexpr std::int32_t tooHigh = 5;
-constexpr std::int32_t fanDegraded = 6;
-constexpr std::int32_t poeDevice0 = 9;
+const std::string states = "PRCD"; // PENDING, REPORTED, CEASE_CANDIDATE, DELETE
 
-DunlActiveFault fault(std::int32_t dunlFaultId, std::uint32_t faultCase = 0, ReportState state = ReportState::PENDING)
+/// The fault "5/17R": number of the DUNL server, case, state.
+DunlActiveFault fault(const std::string& text)
 {
-    DunlActiveFault made(*DunlFaultTable::find(dunlFaultId), dunlFaultId, faultCase);
-    if (state != ReportState::PENDING) {
-        made.setReportState(state);
+    const auto slash = text.find('/');
+    const int dunlFaultId = std::stoi(text.substr(0, slash));
+    DunlActiveFault made(*DunlFaultTable::find(dunlFaultId), dunlFaultId,
+                         static_cast<std::uint32_t>(std::stoul(text.substr(slash + 1))));
+    if (const auto state = states.find(text.back()); state != 0) {
+        made.setReportState(static_cast<ReportState>(state));
     }
     return made;
 }
 
-std::vector<ReportState> statesOf(DunlCurrentFaults& faults)
-{
-    std::vector<ReportState> states;
-    for (const DunlActiveFault& entry : faults.reported()) {
-        states.push_back(entry.getReportState());
+struct Faults : DunlCurrentFaults {
+    explicit Faults(const std::string& reportedFaults)
+    {
+        std::istringstream in(reportedFaults);
+        for (std::string word; in >> word;) {
+            addReported(fault(word));
+        }
     }
-    return states;
+};
+
+template <typename List>
+std::string text(const List& list)
+{
+    std::string all;
+    for (const DunlActiveFault& entry : list) {
+        all += (all.empty() ? "" : " ") + std::to_string(entry.getDunlFaultId()) + '/' +
+               std::to_string(entry.getFaultCase()) + states.at(static_cast<std::size_t>(entry.getReportState()));
+    }
+    return all;
 }
 
 TEST(DunlCurrentFaults, when_a_record_is_traced_then_it_tells_numbers_and_state)
 {
-    DunlActiveFault record = fault(tooHigh, 17);
+    DunlActiveFault record = fault("5/17P");
     EXPECT_EQ(record.toString(), "DunlFaultId = EXCEPTIONAL_TEMPERATURE_TOO_HIGH (5), faultId = 0x103, faultCase = 17, "
                                  "priority = 0x1a00, reportState = PENDING");
     record.setReportState(ReportState::CEASE_CANDIDATE);
@@ -51,88 +63,45 @@ TEST(DunlCurrentFaults, when_a_tag_has_no_text_then_the_description_stays_empty)
     record.setDescription("");
     EXPECT_EQ(record.getFaultDescription(), "");
     EXPECT_TRUE(RecordedTraces::has("fault description text not found for dunlFaultId:NEW_FAULT, faultDescTag:42"));
-    record.setDescription("told");
-    EXPECT_EQ(record.getFaultDescription(), "told");
 }
 
 TEST(DunlCurrentFaults, when_a_coordination_starts_then_reported_faults_are_candidates_and_pending_ones_have_lost)
 {
-    DunlCurrentFaults faults;
-    for (const ReportState state :
-         {ReportState::REPORTED, ReportState::PENDING, ReportState::CEASE_CANDIDATE, ReportState::DELETE}) {
-        faults.addReported(fault(hwFault, 0, state));
-    }
+    Faults faults("0/0R 0/0P 0/0C 0/0D");
     faults.markAllReportedFaultsAsCeaseCandidates();
-    EXPECT_EQ(statesOf(faults), (std::vector{ReportState::CEASE_CANDIDATE, ReportState::DELETE,
-                                             ReportState::CEASE_CANDIDATE, ReportState::DELETE}));
+    EXPECT_EQ(text(faults.reported()), "0/0C 0/0D 0/0C 0/0D");
 }
 
 TEST(DunlCurrentFaults, when_a_fault_is_to_be_shown_then_only_its_first_entry_changes)
 {
-    const std::vector<std::pair<ReportState, ReportState>> table{
-        {ReportState::CEASE_CANDIDATE, ReportState::REPORTED},
-        {ReportState::DELETE, ReportState::PENDING},
-        {ReportState::PENDING, ReportState::PENDING},
-        {ReportState::REPORTED, ReportState::REPORTED},
-    };
-    for (const auto& [before, after] : table) {
-        DunlCurrentFaults faults;
-        faults.addReported(fault(tooHigh, 8, ReportState::DELETE)); // of another case
-        faults.addReported(fault(tooHigh, 7, before));
-        faults.addReported(fault(tooHigh, 7, ReportState::DELETE));
-        faults.updateReportedFaults(fault(poeDevice0, 7)); // another number of the same fault
-        EXPECT_EQ(statesOf(faults), (std::vector{ReportState::DELETE, after, ReportState::DELETE}));
+    // Each time 9/7 is to be shown, another number of the same fault as 5/7.
+    for (const auto& [before, after] : {std::pair("5/8D 5/7C 5/7D", "5/8D 5/7R 5/7D"),
+                                        {"5/8D 5/7D 5/7D", "5/8D 5/7P 5/7D"},
+                                        {"5/8D 5/7P 5/7D", "5/8D 5/7P 5/7D"},
+                                        {"5/8D 5/7R 5/7D", "5/8D 5/7R 5/7D"},
+                                        {"5/8R", "5/8R 9/7P"}}) {
+        Faults faults(before);
+        faults.updateReportedFaults(fault("9/7P"));
+        EXPECT_EQ(text(faults.reported()), after);
     }
-    DunlCurrentFaults faults;
-    faults.addReported(fault(tooHigh, 8, ReportState::REPORTED));
-    faults.updateReportedFaults(fault(tooHigh, 7));
-    EXPECT_EQ(statesOf(faults), (std::vector{ReportState::REPORTED, ReportState::PENDING}));
-    EXPECT_TRUE(RecordedTraces::has("adding new pending fault, " + fault(tooHigh, 7).toString()));
+    EXPECT_TRUE(RecordedTraces::has("adding new pending fault, " + fault("9/7P").toString()));
 }
 
 TEST(DunlCurrentFaults, when_faults_are_merged_then_they_are_sorted_and_equal_ones_keep_their_order)
 {
     DunlCurrentFaults faults;
-    for (const auto& [dunlFaultId, faultCase] : std::vector<std::pair<int, std::uint32_t>>{
-             {hwFault, 1}, {tooLow, 2}, {tooHigh, 3}, {poeDevice0, 4}, {tooHigh, 5}, {fanDegraded, 6}}) {
-        faults.addMerged(fault(dunlFaultId, faultCase));
+    for (const char* merged : {"0/1P", "4/2P", "5/3P", "9/4P", "5/5P", "6/6P"}) {
+        faults.addMerged(fault(merged));
     }
     faults.sortMerged();
-    std::vector<std::uint32_t> cases;
-    for (const DunlActiveFault& record : faults.merged()) {
-        cases.push_back(record.getFaultCase());
-    }
-    EXPECT_EQ(cases, (std::vector<std::uint32_t>{6, 3, 4, 5, 2, 1}));
-}
-
-TEST(DunlCurrentFaults, when_lists_are_purged_then_ceased_records_leave_the_intake_and_inert_entries_stay)
-{
-    DunlCurrentFaults faults;
-    faults.addIntake(fault(hwFault, 1));
-    faults.addIntake(fault(hwFault, 2));
-    faults.addReported(fault(hwFault, 1, ReportState::DELETE));
-    faults.intake().front().setCeased();
-    EXPECT_TRUE(faults.isFaultActive(hwFault));
-    faults.purge();
-    EXPECT_EQ(faults.intake().size(), 1U);
-    EXPECT_EQ(faults.reported().size(), 1U);
-    EXPECT_TRUE(faults.isFaultActive(hwFault));
-    EXPECT_FALSE(faults.isFaultActive(tooHigh));
+    EXPECT_EQ(text(faults.merged()), "6/6P 5/3P 9/4P 5/5P 4/2P 0/1P");
 }
 
 TEST(DunlCurrentFaults, when_a_coordination_ends_then_inert_entries_that_cannot_be_found_go_and_no_others)
 {
-    DunlCurrentFaults faults;
-    faults.addReported(fault(hwFault, 1, ReportState::DELETE));
-    faults.addReported(fault(hwFault, 2, ReportState::DELETE)); // of another case: the first of its own
-    faults.addReported(fault(hwFault, 1, ReportState::DELETE));
-    faults.addReported(fault(hwFault, 1, ReportState::REPORTED));
-    faults.addReported(fault(tooHigh, 1, ReportState::REPORTED));
-    faults.addReported(fault(poeDevice0, 1, ReportState::DELETE)); // the same identifier by another number
+    Faults faults("0/1D 0/2D 0/1D 0/1R 5/1R 9/1D"); // 9 has the identifier of 5
     faults.dropUnreachable();
-    EXPECT_EQ(statesOf(faults),
-              (std::vector{ReportState::DELETE, ReportState::DELETE, ReportState::REPORTED, ReportState::REPORTED}));
-    EXPECT_EQ(faults.reported().front().getFaultCase(), 1U);
+    EXPECT_EQ(text(faults.reported()), "0/1D 0/2D 0/1R 5/1R");
 }
 
 } // namespace

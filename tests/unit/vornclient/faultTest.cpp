@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <sstream>
 
 namespace {
 
@@ -22,13 +23,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr std::uint32_t faultInd = OmlaVornFaultIndS::number;
-constexpr std::uint32_t faultWithLabelInd = OmlaVornFaultWithRecoveryTimeAndHwFaultLabelIndS::number;
-constexpr std::uint32_t ceaseInd = OmlaVornFaultceaseIndS::number;
-constexpr std::uint32_t subscribeReq = OmlaVornSubscribeFaultsReqS::number;
-constexpr std::uint32_t subscribeCfm = OmlaVornSubscribeFaultsCfmS::number;
-constexpr std::uint32_t subscribeLabelReq = OmlaVornSubscribeFaultsWithHwFaultLabelReqS::number;
-constexpr std::uint32_t subscribeLabelCfm = OmlaVornSubscribeFaultsWithHwFaultLabelCfmS::number;
+const std::string labelInd = "FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND";
 
 Signal signalOf(const std::vector<std::string>& words)
 {
@@ -37,12 +32,26 @@ Signal signalOf(const std::vector<std::string>& words)
     return signal;
 }
 
-/// What stands behind the references of a signal built from words.
-std::string payloadOf(const std::vector<std::string>& words)
+/// Answers with a signal built from words, whose references are those of the request.
+void reply(ScriptedServer& server, const kiv_msg* request, const std::vector<std::string>& words)
 {
-    const auto bytes = buildSignal(words, {});
-    return {reinterpret_cast<const char*>(bytes.data()) + 12, bytes.size() - 12};
+    const Signal signal = signalOf(words);
+    server.reply(request, signal.number(),
+                 {reinterpret_cast<const char*>(signal.bytes.data()) + 12, signal.bytes.size() - 12});
 }
+
+class VornClientFault : public VornClientCommand
+{
+protected:
+    /// Runs lines, which must all have this verdict.
+    void expectAll(Verdict expected, const std::vector<std::string>& lines)
+    {
+        for (const std::string& line : lines) {
+            std::istringstream words(line);
+            EXPECT_EQ(verdict({std::istream_iterator<std::string>(words), {}}), expected) << line;
+        }
+    }
+};
 
 TEST(FaultNames, AreTakenInAnySpellingAndAsNumbers)
 {
@@ -66,9 +75,7 @@ TEST(FaultView, FaultToldAgainIsOneFault)
     EXPECT_EQ(view.apply(first)->event, FaultEvent::raised);
     EXPECT_FALSE(view.apply(signalOf({"FAULT_IND", "faultId=0x301", "faultCase=1", "faultDescription=crash"})));
     EXPECT_EQ(view.apply(signalOf({"FAULT_IND", "faultId=0x301", "faultCase=2"}))->event, FaultEvent::changed);
-    EXPECT_EQ(view.apply(signalOf({"FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", "faultId=0x301", "faultCase=2",
-                                   "recoveryTime=300"}))
-                  ->event,
+    EXPECT_EQ(view.apply(signalOf({labelInd, "faultId=0x301", "faultCase=2", "recoveryTime=300"}))->event,
               FaultEvent::changed);
     ASSERT_EQ(view.faults().size(), 1U);
     const ShownFault& fault = view.faults().at(0x301);
@@ -93,8 +100,8 @@ TEST(FaultView, CeaseGoesByIdentifierAlone)
 TEST(FaultView, SignalsThatAreNoRecordSayNothing)
 {
     FaultView view;
-    for (const auto& [name, size] : {std::pair("FAULT_IND", 143), std::pair("FAULTCEASE_IND", 27),
-                                     std::pair("FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", 167)}) {
+    for (const auto& [name, size] :
+         {std::pair<std::string, int>("FAULT_IND", 143), {"FAULTCEASE_IND", 27}, {labelInd, 167}}) {
         EXPECT_FALSE(view.apply(signalOf({name, "faultId=0x301", "--size", std::to_string(size)})));
         EXPECT_FALSE(view.apply(signalOf({name, "--size", "4"})));
     }
@@ -107,9 +114,8 @@ TEST(FaultView, IsPrintedWithoutControlSequences)
     FaultView view;
     EXPECT_THAT(printFaultTable(view), ElementsAre("no faults are shown"));
     const std::string unterminated(20, 'l');
-    const auto change =
-        view.apply(signalOf({"FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", "faultId=0x301", "faultCase=7",
-                             "faultDescription=\x1B[2J", "recoveryTime=4294967295", "hwFaultLabel=" + unterminated}));
+    const auto change = view.apply(signalOf({labelInd, "faultId=0x301", "faultCase=7", "faultDescription=\x1B[2J",
+                                             "recoveryTime=4294967295", "hwFaultLabel=" + unterminated}));
     view.apply(signalOf({"FAULT_IND", "faultId=0x999"}));
     const auto lines = printFaultTable(view);
     ASSERT_EQ(lines.size(), 3U);
@@ -121,48 +127,44 @@ TEST(FaultView, IsPrintedWithoutControlSequences)
                                              unterminated + "\"");
 }
 
-TEST_F(VornClientCommand, AuditTellsTheStateInWordsAndHoldsItAgainstTheExpectedOne)
+TEST_F(VornClientFault, AuditTellsTheStateInWordsAndHoldsItAgainstTheExpectedOne)
 {
     serve([asked = std::size_t{0}](ScriptedServer& server, const kiv_msg* signal) mutable {
         constexpr std::array answers{"\0\1\0\0"sv, "\0\2\0\0"sv, "\0\7\0\0"sv};
         server.reply(signal, OmlaVornAuditCfmS::number, answers.at(asked++));
     });
-    EXPECT_EQ(verdict({"audit", "operational"}), Verdict::ok);
-    EXPECT_EQ(verdict({"audit", "operational"}), Verdict::failed);
+    expectAll(Verdict::ok, {"audit operational"});
+    expectAll(Verdict::failed, {"audit operational"});
     EXPECT_THAT(run({"audit", "starting"}).message, HasSubstr("expected the state starting, came: unknown (7)"));
-    EXPECT_EQ(verdict({"audit", "asleep"}), Verdict::badUsage);
+    expectAll(Verdict::badUsage, {"audit asleep"});
     EXPECT_THAT(printer.log, testing::IsSupersetOf({"state operational", "state disabled", "state unknown (7)"}));
 }
 
-TEST_F(VornClientCommand, WhenEnableIsRejectedThenReasonIsTold)
+TEST_F(VornClientFault, WhenEnableIsRejectedThenReasonIsTold)
 {
     serve([](ScriptedServer& server, const kiv_msg* signal) {
         if (signal->number == OmlaVornDisableOperationReqS::number) {
             server.reply(signal, OmlaVornDisableOperationCfmS::number);
         } else {
-            server.reply(signal, OmlaVornEnableOperationRejS::number,
-                         payloadOf({"ENABLE_OPERATION_REJ", "errorCode=1", "errorText=DISABLED"}));
+            reply(server, signal, {"ENABLE_OPERATION_REJ", "errorCode=1", "errorText=DISABLED"});
         }
     });
-    EXPECT_EQ(verdict({"disable"}), Verdict::ok);
-    EXPECT_EQ(verdict({"expect-reject", "enable", "with", "DISABLED"}), Verdict::ok);
-    EXPECT_EQ(verdict({"enable"}), Verdict::rejected);
+    expectAll(Verdict::ok, {"disable", "expect-reject enable with DISABLED"});
+    expectAll(Verdict::rejected, {"enable"});
 }
 
 /// Confirms subscriptions, each followed by the same faults.
 void serveFaults(ScriptedServer& server, const kiv_msg* signal)
 {
     switch (signal->number) {
-    case subscribeReq:
-        server.reply(signal, subscribeCfm);
-        server.reply(signal, faultInd, payloadOf({"FAULT_IND", "faultId=0x301"}));
+    case OmlaVornSubscribeFaultsReqS::number:
+        server.reply(signal, OmlaVornSubscribeFaultsCfmS::number);
+        reply(server, signal, {"FAULT_IND", "faultId=0x301"});
         break;
-    case subscribeLabelReq:
-        server.reply(signal, subscribeLabelCfm);
-        server.reply(signal, faultWithLabelInd,
-                     payloadOf({"FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", "faultId=0x301"}));
-        server.reply(signal, faultWithLabelInd,
-                     payloadOf({"FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", "faultId=0x710"}));
+    case OmlaVornSubscribeFaultsWithHwFaultLabelReqS::number:
+        server.reply(signal, OmlaVornSubscribeFaultsWithHwFaultLabelCfmS::number);
+        reply(server, signal, {labelInd, "faultId=0x301"});
+        reply(server, signal, {labelInd, "faultId=0x710"});
         break;
     case OmlaVornAuditReqS::number:
         server.reply(signal, OmlaVornAuditCfmS::number, "\0\0\0\0"sv);
@@ -173,75 +175,63 @@ void serveFaults(ScriptedServer& server, const kiv_msg* signal)
     }
 }
 
-TEST_F(VornClientCommand, WhenOneShotThenFaultListWaitsForAllThatFollowsTheSubscription)
+TEST_F(VornClientFault, WhenOneShotThenFaultListWaitsForAllThatFollowsTheSubscription)
 {
     options.connectsByItself = true;
     serveConnected(serveFaults);
-    ASSERT_EQ(verdict({"faults"}), Verdict::ok);
+    expectAll(Verdict::ok, {"faults"});
     printer.log.clear();
-    ASSERT_EQ(verdict({"faults", "list"}), Verdict::ok); // the second time there is nothing to fetch
+    expectAll(Verdict::ok, {"faults list"}); // the second time there is nothing to fetch
     EXPECT_THAT(printer.log, ElementsAre("fault SW_ERROR (0x301)", "fault POWER_DISTURBANCE_INPUT_POWER_LOW (0x710)"));
 }
 
-TEST_F(VornClientCommand, WhenConnectionIsLostThenFaultsAreNoLongerKnown)
+TEST_F(VornClientFault, WhenConnectionIsLostThenFaultsAreNoLongerKnown)
 {
     serveConnected(serveFaults);
-    ASSERT_EQ(verdict({"connect"}), Verdict::ok);
-    ASSERT_EQ(verdict({"faults", "subscribe"}), Verdict::ok);
-    ASSERT_EQ(verdict({"expect", "FAULT_IND"}), Verdict::ok);
+    expectAll(Verdict::ok, {"connect", "faults subscribe", "expect FAULT_IND"});
     EXPECT_EQ(context().client().faults().faults().size(), 1U);
-    ASSERT_EQ(verdict({"disconnect"}), Verdict::ok);
+    expectAll(Verdict::ok, {"disconnect"});
     EXPECT_TRUE(context().client().faults().faults().empty());
 
-    ASSERT_EQ(verdict({"connect"}), Verdict::ok);
-    ASSERT_EQ(verdict({"faults", "subscribe", "label"}), Verdict::ok);
-    ASSERT_EQ(verdict({"expect", "FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", "faultId=0x301"}), Verdict::ok);
-    ASSERT_EQ(verdict({"send", "0x98"}), Verdict::ok);
-    EXPECT_EQ(verdict({"wait-gone"}), Verdict::ok);
+    expectAll(Verdict::ok,
+              {"connect", "faults subscribe label", "expect " + labelInd + " faultId=0x301", "send 0x98", "wait-gone"});
     EXPECT_TRUE(context().client().faults().faults().empty());
 }
 
-TEST_F(VornClientCommand, WhenFaultsAreWatchedThenChangesAreToldUntilServerIsGone)
+TEST_F(VornClientFault, WhenFaultsAreWatchedThenChangesAreToldUntilServerIsGone)
 {
     serveConnected([](ScriptedServer& server, const kiv_msg* signal) {
         serveFaults(server, signal);
-        if (signal->number == subscribeLabelReq) {
-            server.reply(signal, ceaseInd, payloadOf({"FAULTCEASE_IND", "faultId=0x301"}));
-            server.reply(signal, ceaseInd, payloadOf({"FAULTCEASE_IND", "faultId=0x301"}));
+        if (signal->number == OmlaVornSubscribeFaultsWithHwFaultLabelReqS::number) {
+            reply(server, signal, {"FAULTCEASE_IND", "faultId=0x301"});
+            reply(server, signal, {"FAULTCEASE_IND", "faultId=0x301"});
             server.withdraw();
         }
     });
-    ASSERT_EQ(verdict({"connect"}), Verdict::ok);
-    ASSERT_EQ(verdict({"faults", "watch", "within", "10"}), Verdict::noServer);
+    expectAll(Verdict::ok, {"connect"});
+    expectAll(Verdict::noServer, {"faults watch within 10"});
     EXPECT_THAT(printer.log,
                 testing::IsSupersetOf({"raised SW_ERROR (0x301)", "raised POWER_DISTURBANCE_INPUT_POWER_LOW (0x710)",
                                        "ceased SW_ERROR (0x301)", "cleared"}));
     EXPECT_EQ(std::count(printer.log.begin(), printer.log.end(), "ceased SW_ERROR (0x301)"), 1);
 }
 
-TEST_F(VornClientCommand, WhenFaultWatchIsInterruptedThenItEndsOrderly)
+TEST_F(VornClientFault, WhenFaultWatchIsInterruptedOrItsTimeIsOverThenItEndsOrderly)
 {
     options.connectsByItself = true;
     serveConnected(serveFaults);
+    expectAll(Verdict::ok, {"faults --watch short within 0.01"});
     printer.whenFaultChanges = [] { std::raise(SIGINT); };
-    EXPECT_EQ(verdict({"faults", "watch"}), Verdict::ok);
+    expectAll(Verdict::ok, {"faults watch"});
     EXPECT_FALSE(context().hub().hasInterruptFd());
+    expectAll(Verdict::badUsage, {"faults watch long", "faults unsubscribe"});
 }
 
-TEST_F(VornClientCommand, WhenFaultWatchEndsByItsTimeThenOk)
-{
-    serveConnected(serveFaults);
-    ASSERT_EQ(verdict({"connect"}), Verdict::ok);
-    EXPECT_EQ(verdict({"faults", "--watch", "short", "within", "0.01"}), Verdict::ok);
-    EXPECT_EQ(verdict({"faults", "watch", "long"}), Verdict::badUsage);
-    EXPECT_EQ(verdict({"faults", "unsubscribe"}), Verdict::badUsage);
-}
-
-TEST_F(VornClientCommand, WhenSubscriptionIsIgnoredThenTimeOut)
+TEST_F(VornClientFault, WhenSubscriptionIsIgnoredThenTimeOut)
 {
     options.answerTimeout = std::chrono::milliseconds(50);
     serve([](ScriptedServer&, const kiv_msg*) {});
-    EXPECT_EQ(verdict({"faults", "subscribe", "label"}), Verdict::timedOut);
+    expectAll(Verdict::timedOut, {"faults subscribe label"});
 }
 
 /// What a real printer writes of a watched fault.
@@ -252,13 +242,9 @@ std::string printedWatch(const PrinterSettings& settings)
         const auto printer = Printer::create(settings);
         ClientHub hub("hub", *printer);
         Client& client = hub.addClient({.label = "", .mailboxName = "client", .references = {}});
-        const FaultChange change{FaultEvent::raised,
-                                 {.faultId = 0x301,
-                                  .faultCase = 0,
-                                  .description = "\xFF",
-                                  .recoveryTime = std::nullopt,
-                                  .label = "",
-                                  .since = {}}};
+        FaultChange change{FaultEvent::raised, {}};
+        change.fault.faultId = 0x301;
+        change.fault.description = "\xFF";
         printer->onFaultChange(client, change);
         printer->beginWatch(client);
         printer->onReceived(client, signalOf({"FAULT_IND"}));
@@ -278,61 +264,43 @@ TEST(Printer, WritesALineForEachChangeOfWatchedFaultsAndNoSignals)
     EXPECT_EQ(printedWatch({.quiet = true}), "");
 }
 
+const std::string refusal = "protocol(s) not supported: 2 3";
+
 /// A RHUNE server that remembers what it got.
-class VornClientRhune : public VornClientCommand
+class VornClientRhune : public VornClientFault
 {
 protected:
-    void serveRhune()
+    VornClientRhune()
     {
         serve([log = m_log](ScriptedServer& server, const kiv_msg* signal) {
             const std::string bytes(reinterpret_cast<const char*>(signal), kiv_size(signal));
-            log->add(bytes);
-            if (signal->number == RhuneVornConnEstablishReqS::number) {
-                establish(server, signal, bytes.substr(12));
-            } else if (signal->number == RhuneVornConnCloseReqS::number) {
+            const std::lock_guard lock(log->mutex);
+            log->signals.push_back(bytes);
+            if (signal->number == RhuneVornConnCloseReqS::number) {
                 server.reply(signal, RhuneVornConnCloseCfmS::number);
             } else if (signal->number == OmlaVornSelectMmiReqS::number) {
                 server.withdraw();
+            } else if (bytes.substr(12) == "\0\0\0\1\0\0\0\1"sv) {
+                server.replyWithRef(signal, RhuneVornConnEstablishCfmS::number, 4096, "\0\0\0\1"sv);
+            } else if (signal->number == RhuneVornConnEstablishReqS::number) {
+                reply(server, signal, {"RHUNE_VORN_CONN_ESTABLISH_REJ", "errorCode=1", "errorDescription=" + refusal});
             }
         });
     }
 
     /// All signals so far.
-    std::vector<std::string> received() const { return m_log->signals(); }
+    std::vector<std::string> received() const
+    {
+        const std::lock_guard lock(m_log->mutex);
+        return m_log->signals;
+    }
 
 private:
     /// Shared with the server's thread, which outlives the test's body.
-    class Log
-    {
-    public:
-        void add(const std::string& signal)
-        {
-            const std::lock_guard lock(m_mutex);
-            m_signals.push_back(signal);
-        }
-
-        std::vector<std::string> signals()
-        {
-            const std::lock_guard lock(m_mutex);
-            return m_signals;
-        }
-
-    private:
-        std::mutex m_mutex;
-        std::vector<std::string> m_signals;
+    struct Log {
+        std::mutex mutex;
+        std::vector<std::string> signals;
     };
-
-    static void establish(const ScriptedServer& server, const kiv_msg* signal, const std::string& revisions)
-    {
-        if (revisions == "\0\0\0\1\0\0\0\1"sv) {
-            server.replyWithRef(signal, RhuneVornConnEstablishCfmS::number, 4096, "\0\0\0\1"sv);
-        } else {
-            server.reply(signal, RhuneVornConnEstablishRejS::number,
-                         payloadOf({"RHUNE_VORN_CONN_ESTABLISH_REJ", "errorCode=1",
-                                    "errorDescription=protocol(s) not supported: 2 3"}));
-        }
-    }
-
     const std::shared_ptr<Log> m_log = std::make_shared<Log>();
 };
 
@@ -345,7 +313,6 @@ std::string rhuneSignal(char number, std::string_view rest)
 TEST_F(VornClientRhune, WhenOneShotThenRaiseConnectsAndIsTakenBeforeItEnds)
 {
     options.connectsByItself = true;
-    serveRhune();
     ASSERT_EQ(verdict({"rhune", "raise", "sw_error", "description=crash", "recovery=0x102", "label=board 1"}),
               Verdict::ok);
     std::string fault(140, '\0');
@@ -360,79 +327,54 @@ TEST_F(VornClientRhune, WhenOneShotThenRaiseConnectsAndIsTakenBeforeItEnds)
     EXPECT_FALSE(context().rhuneClient().isConnected());
 }
 
-TEST_F(VornClientRhune, WhenConnectedThenConnectionStaysUntilItIsClosed)
+TEST_F(VornClientRhune, WhenConnectedThenConnectionStaysUntilItIsClosedOrServerIsGone)
 {
-    serveRhune();
-    EXPECT_EQ(verdict({"rhune", "cease", "SW_ERROR"}), Verdict::failed); // not connected, and nobody would tell
-    ASSERT_EQ(verdict({"rhune", "connect"}), Verdict::ok);
-    ASSERT_EQ(verdict({"rhune", "cease", "SW_ERROR"}), Verdict::ok);
+    options.publishedTimeout = std::chrono::milliseconds(100);
+    expectAll(Verdict::failed, {"rhune cease SW_ERROR"}); // not connected, and nobody would tell
+    expectAll(Verdict::ok, {"rhune connect", "rhune cease SW_ERROR"});
     EXPECT_TRUE(context().rhuneClient().isConnected());
-    ASSERT_EQ(verdict({"rhune", "close"}), Verdict::ok);
+    expectAll(Verdict::ok, {"rhune close"});
     EXPECT_THAT(received(), testing::Contains(rhuneSignal(5, "\0\0\0\2\0\0\x10\0\3\1\0\0"sv)));
-    EXPECT_EQ(verdict({"rhune", "close"}), Verdict::failed);
-    ASSERT_EQ(verdict({"rhune", "connect"}), Verdict::ok);
-    EXPECT_EQ(received().back().substr(8, 4), "\0\0\0\1"sv); // its own reference again
+    expectAll(Verdict::failed, {"rhune close"});
+    expectAll(Verdict::ok, {"rhune connect"});
+    EXPECT_EQ(received().back().substr(8, 4), "\0\0\0\1"sv);  // its own reference again
+    expectAll(Verdict::noServer, {"mmi 1", "rhune connect"}); // the server goes away
+    EXPECT_FALSE(context().rhuneClient().isConnected());
 }
 
 TEST_F(VornClientRhune, WhenRevisionsAreRefusedThenReasonIsExpectedByCommandAndByHand)
 {
-    serveRhune();
-    const std::string text = "protocol(s) not supported: 2 3";
-    EXPECT_EQ(verdict({"expect-reject", "rhune", "connect", "2", "3", "with", text}), Verdict::ok);
+    EXPECT_EQ(verdict({"expect-reject", "rhune", "connect", "2", "3", "with", refusal}), Verdict::ok);
     EXPECT_EQ(received().back().substr(12), "\0\0\0\2\0\0\0\2\0\0\0\3"sv);
     ASSERT_EQ(verdict({"send", "RHUNE_VORN_CONN_ESTABLISH_REQ", "nbrOfSupportedProtocolRev=9", "--raw", "00000001"}),
               Verdict::ok);
-    EXPECT_EQ(verdict({"expect", "RHUNE_VORN_CONN_ESTABLISH_REJ", "procedureRef=2", "errorDescription=" + text}),
+    EXPECT_EQ(verdict({"expect", "RHUNE_VORN_CONN_ESTABLISH_REJ", "procedureRef=2", "errorDescription=" + refusal}),
               Verdict::ok);
     EXPECT_EQ(received().back().substr(12), "\0\0\0\x09\0\0\0\1"sv);
-    EXPECT_EQ(verdict({"expect-none", "RHUNE_VORN_CONN_ESTABLISH_REJ", "within", "0"}), Verdict::ok);
+    expectAll(Verdict::ok, {"expect-none RHUNE_VORN_CONN_ESTABLISH_REJ within 0"});
 }
 
 TEST_F(VornClientRhune, WhenThereAreTwoThenTheOneInUseSpeaks)
 {
-    serveRhune();
-    ASSERT_EQ(verdict({"rhune", "connect"}), Verdict::ok);
-    ASSERT_EQ(verdict({"client", "other", "rhune", "connectionRef=77"}), Verdict::ok);
-    ASSERT_EQ(verdict({"rhune", "connect"}), Verdict::ok);
+    expectAll(Verdict::ok, {"rhune connect", "client other rhune connectionRef=77", "rhune connect"});
     EXPECT_EQ(received().back().substr(8, 4), "\0\0\0\x4D"sv);
     EXPECT_EQ(context().client().settings().label, "other");
-    EXPECT_EQ(verdict({"rhune", "disconnect"}), Verdict::ok);
+    expectAll(Verdict::ok, {"rhune disconnect"});
     EXPECT_EQ(kiv_locate("client_other"), KIV_NO_MBOX);
-    EXPECT_EQ(verdict({"mmi", "1"}), Verdict::badUsage); // that isn't its protocol
-    EXPECT_EQ(verdict({"connect"}), Verdict::badUsage);
-    EXPECT_EQ(verdict({"client", "rhune"}), Verdict::ok);
+    expectAll(Verdict::badUsage, {"mmi 1", "connect"}); // that isn't its protocol
+    expectAll(Verdict::ok, {"client rhune"});
     EXPECT_TRUE(context().client().isConnected());
-}
-
-TEST_F(VornClientRhune, WhenServerGoesAwayThenConnectionIsGone)
-{
-    options.publishedTimeout = std::chrono::milliseconds(100);
-    serveRhune();
-    ASSERT_EQ(verdict({"rhune", "connect"}), Verdict::ok);
-    EXPECT_EQ(verdict({"mmi", "1"}), Verdict::noServer);
-    EXPECT_EQ(verdict({"rhune", "connect"}), Verdict::noServer);
-    EXPECT_FALSE(context().rhuneClient().isConnected());
 }
 
 TEST_F(VornClientRhune, WhatMakesNoSenseIsntSent)
 {
     options.connectsByItself = true;
-    serveRhune();
-    const std::vector<std::vector<std::string>> senseless{
-        {"rhune"},
-        {"rhune", "reopen"},
-        {"rhune", "connect", "one"},
-        {"rhune", "raise"},
-        {"rhune", "raise", "SW_ERR"},
-        {"rhune", "raise", "SW_ERROR", "crash"},
-        {"rhune", "raise", "SW_ERROR", "case=1"},
-        {"rhune", "raise", "SW_ERROR", "description=" + std::string(112, 'x')},
-        {"rhune", "raise", "SW_ERROR", "label=" + std::string(20, 'x')},
-        {"rhune", "cease", "SW_ERROR", "now"},
-    };
-    for (const auto& words : senseless) {
-        EXPECT_EQ(verdict(words), Verdict::badUsage) << testing::PrintToString(words);
-    }
+    expectAll(Verdict::badUsage,
+              {"rhune", "rhune reopen", "rhune connect one", "rhune raise", "rhune raise SW_ERR",
+               "rhune raise SW_ERROR crash", "rhune raise SW_ERROR case=1", "rhune cease SW_ERROR now"});
+    const std::string tooLong(112, 'x');
+    EXPECT_EQ(verdict({"rhune", "raise", "SW_ERROR", "description=" + tooLong}), Verdict::badUsage);
+    EXPECT_EQ(verdict({"rhune", "raise", "SW_ERROR", "label=" + tooLong.substr(0, 20)}), Verdict::badUsage);
     EXPECT_THAT(printer.log, Not(testing::Contains(HasSubstr("->"))));
 }
 
