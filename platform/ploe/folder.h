@@ -1,0 +1,64 @@
+/// The folder "$RU_DIR/ploe" with the socket files of the listeners.
+///
+/// A killed listener leaves its file behind. Whether a file's listener lives is asked of the kernel, and one process at
+/// a time asks and takes the name, so that two that start at once never both have it.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <unistd.h>
+#include <utility>
+
+namespace ploe {
+
+class Descriptor
+{
+public:
+    Descriptor() = default;
+    explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
+    Descriptor(Descriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept
+    {
+        std::swap(m_descriptor, other.m_descriptor);
+        return *this;
+    }
+    ~Descriptor()
+    {
+        if (m_descriptor >= 0) {
+            ::close(m_descriptor);
+        }
+    }
+
+    int get() const { return m_descriptor; }
+    explicit operator bool() const { return m_descriptor >= 0; }
+
+private:
+    int m_descriptor = -1;
+};
+
+/// All functions that return an int give 0 or an errno value. A name is a file name of at most PLOE_NAME_MAX bytes.
+class Folder
+{
+public:
+    /// Opens the folder that is there.
+    int open();
+
+    /// The same, and makes it where it is missing.
+    int make();
+
+    /// Connects a socket to the listener of this name.
+    int connect(int socket, const std::string& name) const;
+
+    /// Binds a socket to the name where no living socket has it, and listens. `file` tells the socket file from others.
+    int listen(int socket, const std::string& name, int backlog, ino_t& file) const;
+
+    /// Removes the file of this name where it still is that file.
+    void remove(const std::string& name, ino_t file) const;
+
+private:
+    bool isLeftover(const std::string& name) const;
+
+    Descriptor m_directory;
+};
+
+} // namespace ploe
