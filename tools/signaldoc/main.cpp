@@ -4,6 +4,8 @@
 #include "dunl/numbers.h"
 #include "fesk/fesk.pb.h"
 #include "fesk/numbers.h"
+#include "ganti/ganti.pb.h"
+#include "ganti/numbers.h"
 #include "messageNumber.h"
 #include "vorni/signalTable.h"
 #include "yarrowi/numbers.h"
@@ -90,6 +92,7 @@ int main()
     // The generated pool knows a file once the program has used a message of it.
     tolme::dunl::DunlServerMetadata::descriptor();
     tolme::fesk::ServerMetadata::descriptor();
+    gant::ServerMetadata::descriptor();
     yarrowi::ServerMetadata::descriptor();
 
     fmt::print(
@@ -105,4 +108,7 @@ int main()
     printMessages("DUNL server", tolme::dunl::messages);
     printMessages("FESK server", tolme::fesk::messages);
     printMessages("yarrowi server", yarrowi::messages);
+    fmt::print("\n## GANTI server\n\nA frame on its message socket begins with the number and `procRef` (4 bytes each, "
+               "big-endian); the protobuf encoding follows.\n");
+    printMessages("Software manager", gant::messages);
 }
