@@ -1,0 +1,349 @@
+#include "gantclient/gantClient.h"
+
+#include "ganti/ganti.pb.h"
+#include "ostinel/eventLoop.h"
+#include "ploe/ploe.h"
+#include "trace/trace.h"
+
+#include <boost/endian/arithmetic.hpp>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+using Ostinel::EventLoop::V1::EventLoopIf;
+
+namespace {
+
+constexpr std::uint32_t readable = 1;
+constexpr std::uint64_t usualMsgSize = 4096;
+
+struct FrameHeader {
+    boost::endian::big_uint32_t msgNo;
+    boost::endian::big_uint32_t procRef;
+};
+static_assert(sizeof(FrameHeader) == 8 && alignof(FrameHeader) == 1);
+
+std::string errorText()
+{
+    return std::generic_category().message(errno);
+}
+
+template <typename Message>
+constexpr std::uint32_t numberOf()
+{
+    return static_cast<std::uint32_t>(Message::MESSAGE_NUMBER);
+}
+
+/// What is decoded before a fault counts: a body that doesn't parse is a message with the fields that it has.
+template <typename Message>
+Message parse(GANTClient::Body body)
+{
+    Message message;
+    message.ParseFromArray(body.data(), static_cast<int>(body.size()));
+    return message;
+}
+
+/// A request that names its ticket and nothing else.
+template <typename Message>
+Message ofTicket(std::uint32_t ticket)
+{
+    Message message;
+    message.set_ticket_number(ticket);
+    return message;
+}
+
+} // namespace
+
+GANTClient::~GANTClient()
+{
+    disconnect();
+}
+
+bool GANTClient::connect(const std::string& address)
+{
+    m_connection = ploe_connect(address.c_str(), 0);
+    if (m_connection == nullptr) {
+        TRACE_INFO("GANTClient::connEstablishReq() PLOE connection to GANTI Server was unsuccessful.");
+        return false;
+    }
+    ploe_set_blocking(m_connection, false);
+    if (ploe_attr_get(m_connection, PLOE_ATTR_MAX_MSG_SIZE, &m_maxMsgSize, sizeof(m_maxMsgSize)) != 0) {
+        TRACE_INFO("GANTClient::connEstablishReq() ploe_attr_get() failed to get 'max_msg_size' with error='{}'",
+                   errorText());
+        m_maxMsgSize = usualMsgSize;
+    }
+    if (ploe_await(m_connection, 1) != 0) {
+        TRACE_INFO("GANTClient::connEstablishReq() ploe_await() error='{}'", errorText());
+        closeConnection();
+        return false;
+    }
+    EventLoopIf::getInstance().addFd(ploe_fd(m_connection), readable, [this](int fd) { receiveHandler(fd); });
+    return true;
+}
+
+std::uint32_t GANTClient::connEstablishReq(std::function<void()> readyForPublicAccess, std::uint32_t procRef,
+                                           const std::string& address,
+                                           const std::vector<std::uint32_t>& protocolRevisions)
+{
+    m_readyForPublicAccess = std::move(readyForPublicAccess);
+    closeConnection(); // an earlier one would be lost
+    if (!connect(address)) {
+        return notConnected;
+    }
+    registerHandlers();
+    gant::ConnEstablishReq request;
+    for (const std::uint32_t revision : protocolRevisions) {
+        request.add_supported_protocol_revisions(revision);
+    }
+    if (const std::uint32_t error = sendMsg(numberOf<gant::ConnEstablishReq>(), procRef, request); error != ok) {
+        TRACE_INFO("GANTClient::connEstablishReq() failed to send ConnEstablishReq errCode(0x{:x})", error);
+        closeConnection();
+        return notConnected;
+    }
+    return ok;
+}
+
+/// The descriptor leaves the event loop before its number can be another's.
+void GANTClient::closeConnection()
+{
+    if (m_connection != nullptr) {
+        EventLoopIf::getInstance().removeFd(ploe_fd(m_connection));
+        ploe_close(std::exchange(m_connection, nullptr));
+    }
+}
+
+void GANTClient::disconnect()
+{
+    closeConnection();
+    m_selectedProtocolRevision = 0;
+}
+
+std::uint32_t GANTClient::sendMsg(std::uint32_t msgNo, std::uint32_t procRef, const google::protobuf::Message& message)
+{
+    if (m_connection == nullptr) {
+        TRACE_INFO("Cannot send an PLOE message because there is no socket! Please try to establish connecting again.");
+        return notConnected;
+    }
+    const std::size_t size = message.ByteSizeLong();
+    const auto frame = std::make_unique_for_overwrite<std::byte[]>(sizeof(FrameHeader) + size);
+    auto* header = reinterpret_cast<FrameHeader*>(frame.get());
+    header->msgNo = msgNo;
+    header->procRef = procRef;
+    message.SerializeToArray(header + 1, static_cast<int>(size));
+    if (ploe_send(m_connection, frame.get(), sizeof(FrameHeader) + size) != 0) {
+        TRACE_INFO("GANTClient::sendMsg(msgNo=0x{:x}, procRef=0x{:x}) failed ploe_send() error='{}'", msgNo, procRef,
+                   errorText());
+        return notSent;
+    }
+    return ok;
+}
+
+/// Takes one message.
+void GANTClient::receiveHandler(int fd)
+{
+    if (m_connection == nullptr) {
+        TRACE_INFO("There is no open socket for GANTI Server.");
+        EventLoopIf::getInstance().removeFd(fd);
+        return;
+    }
+    const auto buffer = std::make_unique_for_overwrite<std::byte[]>(m_maxMsgSize);
+    const ssize_t size = ploe_receive(m_connection, buffer.get(), m_maxMsgSize);
+    if (size == 0) {
+        TRACE_ERROR("PLOE connection closed by GANTI Server.");
+        disconnect();
+    } else if (size < 0) {
+        TRACE_INFO("GANTClient: receiveHandler() msgHandler error='{}'", errorText());
+    } else {
+        dispatch({buffer.get(), static_cast<std::size_t>(size)});
+    }
+}
+
+void GANTClient::dispatch(std::span<const std::byte> frame)
+{
+    if (frame.size() < sizeof(FrameHeader)) {
+        TRACE_INFO("GANTClient: receiveHandler() msgHandler size({}) < expected size({})", frame.size(),
+                   sizeof(FrameHeader));
+        return;
+    }
+    const auto& header = *reinterpret_cast<const FrameHeader*>(frame.data());
+    const auto found = m_msgHandlers.find(header.msgNo);
+    if (found == m_msgHandlers.end()) {
+        TRACE_INFO("GANTClient: receiveHandler() msgHandler unhandled msgNo(0x{:x}), procRef(0x{:x})",
+                   header.msgNo.value(), header.procRef.value());
+        return;
+    }
+    const MsgHandler handler = found->second; // it may remove itself
+    handler(header.procRef, frame.subspan(sizeof(FrameHeader)));
+}
+
+std::uint32_t GANTClient::addMsgHandler(std::uint32_t msgNo, MsgHandler handler)
+{
+    if (!m_msgHandlers.emplace(msgNo, std::move(handler)).second) {
+        TRACE_INFO("GANTClient::addMsgHandler(msgNo=0x{:x}) ALREADY_EXISTS", msgNo);
+        return alreadyExists;
+    }
+    return ok;
+}
+
+std::uint32_t GANTClient::removeMsgHandler(std::uint32_t msgNo)
+{
+    if (m_msgHandlers.erase(msgNo) == 0) {
+        TRACE_INFO("GANTClient::removeMsgHandler(msgNo=0x{:x}) NOT_FOUND", msgNo);
+        return notFound;
+    }
+    return ok;
+}
+
+void GANTClient::getCapabilities(std::vector<std::shared_ptr<const PLOECapability>>& records) const
+{
+    records.insert(records.end(), m_capabilities.begin(), m_capabilities.end());
+}
+
+void GANTClient::registerHandlers()
+{
+    const auto add = [this](std::uint32_t msgNo, void (GANTClient::*handler)(std::uint32_t, Body)) {
+        addMsgHandler(msgNo, [this, handler](std::uint32_t procRef, Body body) { (this->*handler)(procRef, body); });
+    };
+    add(numberOf<gant::ConnEstablishCfm>(), &GANTClient::handleConnEstablishCfm);
+    add(numberOf<gant::ConnEstablishRej>(), &GANTClient::handleConnEstablishRej);
+    add(numberOf<gant::GetCapabilitiesCfm>(), &GANTClient::handleGetCapabilitiesCfm);
+    add(numberOf<gant::GetCapabilitiesRej>(), &GANTClient::handleGetCapabilitiesRej);
+}
+
+void GANTClient::handleConnEstablishCfm(std::uint32_t procRef, Body body)
+{
+    m_selectedProtocolRevision = parse<gant::ConnEstablishCfm>(body).selected_protocol_revision();
+    if (getCapabilitiesReq(procRef) != ok) {
+        TRACE_INFO("GANTClient::handleConnEstablishCfm() GetCapabilitiesReq failed to sendMsg");
+        m_capabilities.clear();
+    }
+}
+
+void GANTClient::handleConnEstablishRej(std::uint32_t /*procRef*/, Body body)
+{
+    const auto reject = parse<gant::ConnEstablishRej>(body);
+    TRACE_INFO("GANTClient::handleConnEstablishRej() reason({})", static_cast<int>(reject.reason()));
+    closeConnection();
+}
+
+void GANTClient::handleGetCapabilitiesCfm(std::uint32_t /*procRef*/, Body body)
+{
+    const auto cfm = parse<gant::GetCapabilitiesCfm>(body);
+    const auto append = [this](auto record) {
+        m_capabilities.push_back(std::make_shared<const decltype(record)>(std::move(record)));
+    };
+    if (cfm.has_preinstalled_support()) {
+        append(PLOECapPreinstalled(cfm.preinstalled_support().running()));
+    }
+    if (cfm.has_sw_comp_list_support()) {
+        append(PLOECapSwCompList());
+    }
+    if (cfm.has_lockable_resource_sw_store_support()) {
+        append(PLOECapLockableResource());
+        append(PLOECapLockableResourceSwStore());
+    }
+    if (cfm.has_boot_sw_inventory_support()) {
+        PLOECapBootSwInventory::Entries entries;
+        for (const auto& entry : cfm.boot_sw_inventory_support().boot_sw_inventory()) {
+            entries.emplace_back(entry.product_number(), entry.product_revision());
+        }
+        append(PLOECapBootSwInventory(std::move(entries)));
+    }
+    if (cfm.has_loading_block_size_support()) {
+        append(PLOECapLoadingBlockSize(cfm.loading_block_size_support().block_size()));
+    }
+    if (cfm.has_set_slot_working_support()) {
+        append(PLOECapSetSlotWorking());
+    }
+    if (m_readyForPublicAccess) {
+        TRACE_1("GANTClient::handleGetCapabilitiesCfm() readyForPublicAccess()");
+        m_readyForPublicAccess();
+    }
+}
+
+/// The connection stays: the server counts as connected, without capabilities.
+void GANTClient::handleGetCapabilitiesRej(std::uint32_t /*procRef*/, Body body)
+{
+    const auto reject = parse<gant::GetCapabilitiesRej>(body);
+    TRACE_INFO("GANTClient::handleGetCapabilitiesRej() reason({})", static_cast<int>(reject.reason()));
+    m_capabilities.clear();
+}
+
+std::uint32_t GANTClient::getCapabilitiesReq(std::uint32_t procRef)
+{
+    return sendMsg(numberOf<gant::GetCapabilitiesReq>(), procRef, gant::GetCapabilitiesReq());
+}
+
+std::uint32_t GANTClient::acquireResourceReq(std::uint32_t procRef, std::uint32_t ticketRef, int resource)
+{
+    gant::AcquireResourceReq request;
+    request.set_ticket_request_reference(ticketRef);
+    if (gant::Resource_IsValid(resource)) {
+        request.set_resource(static_cast<gant::Resource>(resource));
+    }
+    return sendMsg(numberOf<gant::AcquireResourceReq>(), procRef, request);
+}
+
+std::uint32_t GANTClient::releaseResourceReq(std::uint32_t procRef, std::uint32_t ticket)
+{
+    using gant::ReleaseResourceReq;
+    return sendMsg(numberOf<ReleaseResourceReq>(), procRef, ofTicket<ReleaseResourceReq>(ticket));
+}
+
+std::uint32_t GANTClient::pushLoadInitReq(std::uint32_t procRef, std::uint32_t ticket, const std::string& software)
+{
+    auto request = ofTicket<gant::PushLoadInitReq>(ticket);
+    request.set_software(software);
+    return sendMsg(numberOf<gant::PushLoadInitReq>(), procRef, request);
+}
+
+std::uint32_t GANTClient::pushLoadData(std::uint32_t procRef, std::uint32_t ticket, std::uint32_t seqNr,
+                                       const void* data, std::size_t size)
+{
+    auto block = ofTicket<gant::PushLoadData>(ticket);
+    block.set_data(data, size);
+    block.set_sequence_number(seqNr);
+    return sendMsg(numberOf<gant::PushLoadData>(), procRef, block);
+}
+
+std::uint32_t GANTClient::pushLoadEndReq(std::uint32_t procRef, std::uint32_t ticket)
+{
+    using gant::PushLoadEndReq;
+    return sendMsg(numberOf<PushLoadEndReq>(), procRef, ofTicket<PushLoadEndReq>(ticket));
+}
+
+std::uint32_t GANTClient::deleteReq(std::uint32_t procRef, std::uint32_t ticket, const std::string& software)
+{
+    auto request = ofTicket<gant::DeleteReq>(ticket);
+    request.set_software(software);
+    return sendMsg(numberOf<gant::DeleteReq>(), procRef, request);
+}
+
+std::uint32_t GANTClient::getSwProductInvReq(std::uint32_t procRef, std::uint32_t ticket)
+{
+    using gant::GetSwProductInvReq;
+    return sendMsg(numberOf<GetSwProductInvReq>(), procRef, ofTicket<GetSwProductInvReq>(ticket));
+}
+
+std::uint32_t GANTClient::swCompListReq(std::uint32_t procRef, std::uint32_t ticket)
+{
+    using gant::SwCompListReq;
+    return sendMsg(numberOf<SwCompListReq>(), procRef, ofTicket<SwCompListReq>(ticket));
+}
+
+std::uint32_t GANTClient::swCompListAck(std::uint32_t procRef, std::uint32_t ticket, bool abort)
+{
+    auto ack = ofTicket<gant::SwCompListAck>(ticket);
+    ack.set_abort(abort);
+    return sendMsg(numberOf<gant::SwCompListAck>(), procRef, ack);
+}
+
+std::uint32_t GANTClient::getRunningSwReq(std::uint32_t procRef)
+{
+    return sendMsg(numberOf<gant::GetRunningSwReq>(), procRef, gant::GetRunningSwReq());
+}
+
+std::uint32_t GANTClient::setCurrentSlotWorkingReq(std::uint32_t procRef)
+{
+    return sendMsg(numberOf<gant::SetCurrentSlotWorkingReq>(), procRef, gant::SetCurrentSlotWorkingReq());
+}
