@@ -9,6 +9,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -22,6 +24,7 @@ constexpr std::size_t mapSize = std::size_t{4} * SARNA_GROUP_MAX;
 constexpr unsigned maxReaders = 126;
 constexpr off_t lockFileSize = 8192; ///< the table of that many readers
 constexpr mdb_mode_t fileMode = 0600;
+constexpr mode_t folderMode = 0700;
 
 int codeOf(int error)
 {
@@ -90,6 +93,37 @@ void closeOnExec(MDB_env* environment)
     }
 }
 
+/// One process opens at a time. LMDB's first opener resets what the others go by and puts it right at the end: if it is
+/// killed in between, one that waits inside LMDB would go on from what is half done, and overwrite what was written.
+class OpeningLock
+{
+public:
+    explicit OpeningLock(const std::string& folder) : m_fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        while (m_fd < 0 || ::flock(m_fd, LOCK_EX) != 0) {
+            if (m_fd < 0 || errno != EINTR) {
+                m_error = errno;
+                return;
+            }
+        }
+    }
+    ~OpeningLock()
+    {
+        if (m_fd >= 0) {
+            ::flock(m_fd, LOCK_UN); // a child that was forked meanwhile may hold the descriptor too
+            ::close(m_fd);
+        }
+    }
+    OpeningLock(const OpeningLock&) = delete;
+    OpeningLock& operator=(const OpeningLock&) = delete;
+
+    int error() const { return m_error; }
+
+private:
+    int m_fd;
+    int m_error = 0;
+};
+
 } // namespace
 
 Environment::~Environment()
@@ -104,15 +138,22 @@ Environment::~Environment()
 int Environment::open(const std::string& group)
 {
     int error = 0;
-    const std::string directory = makeRuDir("sarna", error) + '/' + group;
+    const std::string folder = makeRuDir("sarna", error);
     if (error != 0) {
         return codeOf(error);
     }
+    const OpeningLock lock(folder);
+    if (lock.error() != 0) {
+        return codeOf(lock.error());
+    }
+    const std::string directory = folder + '/' + group;
     if (::access((directory + "/data.mdb").c_str(), F_OK) == 0) {
         return openFiles(directory);
     }
-    std::string fresh = directory + ".XXXXXX"; // no name of a group has a dot
-    if (::mkdtemp(fresh.data()) == nullptr) {
+    const std::string fresh = directory + ".new"; // no name of a group has a dot
+    std::error_code ignored;
+    std::filesystem::remove_all(fresh, ignored); // of one that died
+    if (::mkdir(fresh.c_str(), folderMode) != 0) {
         return codeOf(errno);
     }
     int code = reserveLockFile(fresh);
@@ -120,11 +161,14 @@ int Environment::open(const std::string& group)
         Environment first;
         code = first.openFiles(fresh);
     }
-    if (code != SARNA_OK || ::rename(fresh.c_str(), directory.c_str()) != 0) { // not moved: another was faster
-        std::error_code ignored;
-        std::filesystem::remove_all(fresh, ignored);
+    if (code == SARNA_OK && ::rename(fresh.c_str(), directory.c_str()) != 0) {
+        code = codeOf(errno);
     }
-    return code == SARNA_OK ? openFiles(directory) : code;
+    if (code != SARNA_OK) {
+        std::filesystem::remove_all(fresh, ignored);
+        return code;
+    }
+    return openFiles(directory);
 }
 
 int Environment::openFiles(const std::string& directory)

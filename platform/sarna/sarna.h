@@ -60,7 +60,8 @@ enum sarna_error {
     SARNA_FULL = 8,          /**< the group holds SARNA_GROUP_MAX, or the file system is full */
     SARNA_BUSY = 9,          /**< more than a hundred readers are in the group at this moment */
     SARNA_NO_ACCESS = 10,    /**< the process may not use the group's files */
-    SARNA_DAMAGED = 11,      /**< the group's files aren't what this library wrote */
+    SARNA_DAMAGED = 11,      /**< the group's files aren't what this library wrote, as far as
+                                  their heads tell; what is damaged behind them can end the process */
     SARNA_NO_MEMORY = 12,    /**< memory, descriptors or address space ran out */
     SARNA_SYSTEM = 13        /**< the system failed in another way */
 };

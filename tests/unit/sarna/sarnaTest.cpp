@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -34,6 +35,7 @@ public:
         }
         arguments.push_back(nullptr);
         m_pid = ::fork();
+        EXPECT_GE(m_pid, 0);
         if (m_pid == 0) {
             ::dup2(ends[1], STDOUT_FILENO);
             ::setenv("RU_DIR", root.c_str(), 1);
@@ -44,8 +46,10 @@ public:
     }
     ~Peer()
     {
-        ::kill(m_pid, SIGKILL);
-        ::waitpid(m_pid, nullptr, 0);
+        if (m_pid > 0) {
+            ::kill(m_pid, SIGKILL);
+            ::waitpid(m_pid, nullptr, 0);
+        }
         ::close(m_output);
     }
     Peer(const Peer&) = delete;
@@ -67,7 +71,10 @@ public:
     {
         int status = 0;
         line();
-        EXPECT_EQ(::waitpid(m_pid, &status, 0), m_pid);
+        const pid_t pid = std::exchange(m_pid, -1);
+        if (pid <= 0 || ::waitpid(pid, &status, 0) != pid) {
+            return -1;
+        }
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
