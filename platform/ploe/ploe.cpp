@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <memory>
 #include <optional>
@@ -124,10 +125,19 @@ ploe_socket* makeSocket(Descriptor descriptor, std::optional<Place> place = std:
     return std::make_unique<ploe_socket>(std::move(descriptor), std::move(place)).release();
 }
 
-} // namespace
+/// No exception leaves a C function. Short of memory is the one thing that is thrown inside.
+template <typename Call>
+ploe_socket* guarded(Call call) noexcept
+{
+    try {
+        return call();
+    } catch (const std::exception&) {
+        return failed(ENOMEM);
+    }
+}
 
 // The socket isn't blocking yet: a listener that has stopped accepting doesn't hold up who connects.
-ploe_socket* ploe_connect(const char* address, int flags)
+ploe_socket* connectTo(const char* address, int flags)
 {
     std::string name;
     if (const int error = parseAddress(address, name)) {
@@ -153,7 +163,7 @@ ploe_socket* ploe_connect(const char* address, int flags)
     return makeSocket(std::move(descriptor));
 }
 
-ploe_socket* ploe_listen(const char* address, int backlog)
+ploe_socket* listenAt(const char* address, int backlog)
 {
     Place place;
     if (const int error = parseAddress(address, place.name)) {
@@ -176,7 +186,7 @@ ploe_socket* ploe_listen(const char* address, int backlog)
     return makeSocket(std::move(descriptor), std::move(place));
 }
 
-ploe_socket* ploe_accept(ploe_socket* listener)
+ploe_socket* acceptOne(ploe_socket* listener)
 {
     if (listener == nullptr) {
         return failed(EINVAL);
@@ -190,6 +200,23 @@ ploe_socket* ploe_accept(ploe_socket* listener)
         return failed(error);
     }
     return makeSocket(std::move(descriptor));
+}
+
+} // namespace
+
+ploe_socket* ploe_connect(const char* address, int flags)
+{
+    return guarded([&] { return connectTo(address, flags); });
+}
+
+ploe_socket* ploe_listen(const char* address, int backlog)
+{
+    return guarded([&] { return listenAt(address, backlog); });
+}
+
+ploe_socket* ploe_accept(ploe_socket* listener)
+{
+    return guarded([&] { return acceptOne(listener); });
 }
 
 int ploe_set_blocking(ploe_socket* socket, bool blocking)

@@ -27,7 +27,8 @@
  * for both ends. Where a lowered wmem_max doesn't allow it, connecting and accepting fail with ENOBUFS instead of
  * promising it.
  *
- * Calls that return an int give 0, or -1 with errno set. A null socket is EINVAL. Calls that a signal interrupts go on.
+ * Calls that return an int give 0, or -1 with errno set. A null socket is EINVAL, no memory is ENOMEM. Calls that a
+ * signal interrupts go on.
  */
 #ifndef PLOE_PLOE_H
 #define PLOE_PLOE_H

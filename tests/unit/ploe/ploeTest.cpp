@@ -407,6 +407,7 @@ TEST_F(Ploe, ForkedChildLeavesTheListenerAlone)
         listener.reset();
         ::_exit(0);
     }
+    ASSERT_GT(child, 0);
     ASSERT_EQ(::waitpid(child, nullptr, 0), child);
     EXPECT_NE(connectTo(address), nullptr);
 }
