@@ -7,6 +7,7 @@
 
 #include <boost/endian/arithmetic.hpp>
 #include <cerrno>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -154,7 +155,13 @@ void GANTClient::receiveHandler(int fd)
     } else if (size < 0) {
         TRACE_INFO("GANTClient: receiveHandler() msgHandler error='{}'", errorText());
     } else {
-        dispatch({buffer.get(), static_cast<std::size_t>(size)});
+        try {
+            dispatch({buffer.get(), static_cast<std::size_t>(size)});
+        } catch (const std::exception& error) {
+            TRACE_ERROR("ABN: a message of GANTI Server is dropped: {}", error.what());
+        } catch (...) {
+            TRACE_ERROR("ABN: a message of GANTI Server is dropped: unknown exception");
+        }
     }
 }
 

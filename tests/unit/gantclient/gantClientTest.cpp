@@ -7,9 +7,13 @@
 #include "ploe/ploe.h"
 #include "trace/recordedTraces.h"
 
-#include <cerrno>
+#include <algorithm>
+#include <chrono>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <memory>
+#include <stdexcept>
+#include <utility>
 
 using namespace std::chrono_literals;
 using Ostinel::EventLoop::V1::EventLoopIf;
@@ -76,7 +80,7 @@ protected:
     void send(const std::string& bytes)
     {
         ASSERT_EQ(ploe_send(m_connection, bytes.data(), bytes.size()), 0);
-        EventLoopIf::getInstance().runOnce(5s);
+        loop.runOnce(5s);
     }
     template <typename Message, typename Fill>
     void answer(std::uint32_t msgNo, Message* message, Fill&& fill)
@@ -88,7 +92,7 @@ protected:
     void closeServer()
     {
         ploe_close(std::exchange(m_connection, nullptr));
-        EventLoopIf::getInstance().runOnce(5s);
+        loop.runOnce(5s);
     }
     std::vector<std::uint16_t> capabilityTypes() const
     {
@@ -101,6 +105,7 @@ protected:
         return types;
     }
 
+    EventLoopIf& loop = EventLoopIf::getInstance(); // made first: a descriptor that is closed is the next one opened
     GANTClient client;
     int ready = 0;
     ploe_socket* m_listener = nullptr;
@@ -159,9 +164,9 @@ TEST_F(GantClientTest, when_frames_are_short_broken_or_unknown_then_the_connecti
     connect();
     send(frame(2, "").substr(0, 7));
     EXPECT_TRUE(RecordedTraces::has("GANTClient: receiveHandler() msgHandler size(7) < expected size(8)"));
-    send(frame(46, "x"));
+    send(frame(44, "x")); // known to the protocol, and handled by nobody
     EXPECT_TRUE(
-        RecordedTraces::has("GANTClient: receiveHandler() msgHandler unhandled msgNo(0x2e), procRef(0x1020304)"));
+        RecordedTraces::has("GANTClient: receiveHandler() msgHandler unhandled msgNo(0x2c), procRef(0x1020304)"));
     EXPECT_EQ(received(), "-");
     send(frame(2, "")); // no revision: not connected, and asked for its capabilities all the same
     EXPECT_EQ(hex(received()), "0000000401020304");
@@ -173,15 +178,53 @@ TEST_F(GantClientTest, when_frames_are_short_broken_or_unknown_then_the_connecti
     EXPECT_TRUE(capabilityTypes().empty());
 }
 
-TEST_F(GantClientTest, when_the_server_rejects_the_connection_then_it_is_closed)
+TEST_F(GantClientTest, when_the_server_rejects_the_connection_then_only_the_socket_goes_and_a_new_one_serves)
 {
-    connect();
-    answer(3, new gant::ConnEstablishRej,
-           [](auto& rej) { rej.set_reason(gant::ConnEstablishRej::MAX_NUMBER_OF_CONNECTIONS_EXCEEDED); });
+    establish();
+    answer(5, new gant::GetCapabilitiesCfm, [](auto& cfm) { cfm.mutable_sw_comp_list_support(); });
+    send(frame(3, "\x08\x02")); // no such reason: the first one declared
+    EXPECT_TRUE(RecordedTraces::has("GANTClient::handleConnEstablishRej() reason(1)"));
     EXPECT_EQ(received(), "closed");
-    EXPECT_TRUE(RecordedTraces::has("GANTClient::handleConnEstablishRej() reason(3)"));
+    EXPECT_TRUE(client.isConnected());
     EXPECT_EQ(client.getCapabilitiesReq(1), 1U);
-    EXPECT_EQ(ready, 0);
+    EXPECT_EQ(capabilityTypes(), std::vector<std::uint16_t>{1});
+
+    ploe_close(std::exchange(m_connection, nullptr));
+    ASSERT_EQ(client.connEstablishReq({}, procRef, address, {3, 1}), 0U);
+    m_connection = ploe_accept(m_listener);
+    ploe_set_blocking(m_connection, false);
+    EXPECT_EQ(hex(received()), "000000010102030408030801");
+    send(frame(2, "\x08\x03"));
+    EXPECT_EQ(hex(received()), "0000000401020304");
+    EXPECT_EQ(client.getSelectedProtocolRevision(), 3U);
+    send(frame(5, "")); // no one to call
+    EXPECT_EQ(ready, 1);
+    EXPECT_EQ(RecordedTraces::count("GANTClient::handleGetCapabilitiesCfm() readyForPublicAccess()"), 1U);
+}
+
+TEST_F(GantClientTest, when_the_first_request_cannot_be_sent_then_the_socket_is_closed)
+{
+    m_listener = ploe_listen(address, 1);
+    const std::vector<std::uint32_t> tooMany(PLOE_MAX_MSG_SIZE, 1);
+    EXPECT_EQ(client.connEstablishReq({}, procRef, address, tooMany), 1U);
+    EXPECT_TRUE(RecordedTraces::has(
+        "GANTClient::sendMsg(msgNo=0x1, procRef=0x1020304) failed ploe_send() error='Message too long'"));
+    EXPECT_TRUE(RecordedTraces::has("GANTClient::connEstablishReq() failed to send ConnEstablishReq errCode(0x2)"));
+    m_connection = ploe_accept(m_listener);
+    EXPECT_EQ(received(), "closed");
+}
+
+TEST_F(GantClientTest, when_the_capabilities_cannot_be_asked_for_then_there_are_none)
+{
+    establish();
+    answer(5, new gant::GetCapabilitiesCfm, [](auto& cfm) { cfm.mutable_sw_comp_list_support(); });
+    answer(5, new gant::GetCapabilitiesCfm, [](auto& cfm) { cfm.mutable_set_slot_working_support(); });
+    EXPECT_EQ(capabilityTypes(), (std::vector<std::uint16_t>{1, 6})); // appended
+    const std::string cfm = frame(2, "\x08\x01");
+    ASSERT_EQ(ploe_send(m_connection, cfm.data(), cfm.size()), 0);
+    closeServer();
+    EXPECT_TRUE(RecordedTraces::has("GANTClient::handleConnEstablishCfm() GetCapabilitiesReq failed to sendMsg"));
+    EXPECT_TRUE(capabilityTypes().empty());
 }
 
 TEST_F(GantClientTest, when_the_server_rejects_the_capabilities_then_it_stays_connected_without_any)
@@ -210,6 +253,9 @@ TEST_F(GantClientTest, when_handlers_are_entered_and_removed_then_the_first_one_
     send(frame(18, ""));
     send(frame(18, "abc"));
     EXPECT_EQ(heard, "first:1020304:0 first:1020304:3 ");
+    EXPECT_EQ(client.addMsgHandler(20, [](auto, auto) { throw std::length_error("too long"); }), 0U);
+    send(frame(20, ""));
+    EXPECT_TRUE(RecordedTraces::has("ABN: a message of GANTI Server is dropped: too long"));
     EXPECT_EQ(client.removeMsgHandler(18), 0U);
     EXPECT_EQ(client.removeMsgHandler(18), 4U);
     EXPECT_TRUE(RecordedTraces::has("GANTClient::removeMsgHandler(msgNo=0x12) NOT_FOUND"));
@@ -238,6 +284,7 @@ TEST_F(GantClientTest, when_requests_are_made_then_each_goes_out_with_its_number
     expectSent(client.getSwProductInvReq(procRef, 8), 32, gant::GetSwProductInvReq(), "ticket_number: 8");
     expectSent(client.swCompListReq(procRef, 8), 35, gant::SwCompListReq(), "ticket_number: 8");
     expectSent(client.swCompListAck(procRef, 8, true), 39, gant::SwCompListAck(), "ticket_number: 8 abort: true");
+    expectSent(client.swCompListAck(procRef, 8, false), 39, gant::SwCompListAck(), "ticket_number: 8 abort: false");
     expectSent(client.getRunningSwReq(procRef), 40, gant::GetRunningSwReq(), "");
     expectSent(client.setCurrentSlotWorkingReq(procRef), 43, gant::SetCurrentSlotWorkingReq(), "");
 }
