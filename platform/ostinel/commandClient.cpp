@@ -4,7 +4,10 @@
 #include "ostinel/commandProtocol.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <limits>
+#include <poll.h>
 #include <sys/socket.h>
 
 namespace Ostinel::CommandClient {
@@ -75,41 +78,92 @@ private:
     char m_quote = '\0';
 };
 
-bool readAll(int fd, char* to, std::size_t size)
+/// Reads what a process answers, within the limits.
+class Answer
 {
-    while (size > 0) {
-        const ssize_t got = ::recv(fd, to, size, 0);
-        if (got == 0 || (got < 0 && errno != EINTR)) {
-            return false;
+public:
+    Answer(int fd, const RunLimits& limits) : m_fd(fd), m_limits(limits) {}
+
+    std::optional<std::uint32_t> readLength()
+    {
+        char bytes[lengthSize];
+        return readAll(bytes, sizeof(bytes)) ? std::optional(getLength(bytes)) : std::nullopt;
+    }
+
+    bool copyBlock(std::uint32_t length, std::ostream& out)
+    {
+        std::vector<char> buffer(std::min<std::size_t>(length, longestBlock));
+        for (std::size_t left = length; left > 0;) {
+            const std::size_t part = std::min(left, buffer.size());
+            if (!readAll(buffer.data(), part)) {
+                return false;
+            }
+            out.write(buffer.data(), static_cast<std::streamsize>(part));
+            left -= part;
         }
-        if (got > 0) {
-            to += got;
-            size -= static_cast<std::size_t>(got);
+        out.flush();
+        return true;
+    }
+
+    /// Why there was no more to read.
+    RunError error() const { return m_error; }
+
+private:
+    bool readAll(char* to, std::size_t size)
+    {
+        while (size > 0) {
+            if (!waitReadable()) {
+                return false;
+            }
+            const ssize_t got = ::recv(m_fd, to, size, 0);
+            if (got == 0 || (got < 0 && errno != EINTR)) {
+                return false;
+            }
+            if (got > 0) {
+                to += got;
+                size -= static_cast<std::size_t>(got);
+            }
+        }
+        return true;
+    }
+
+    bool waitReadable()
+    {
+        for (;;) {
+            std::array<pollfd, 2> waited{pollfd{m_fd, POLLIN, 0}, pollfd{m_limits.interruptFd, POLLIN, 0}};
+            const int ready = ::poll(waited.data(), waited.size(), timeLeft());
+            if (ready > 0 && waited[0].revents != 0) {
+                return true;
+            }
+            if (ready > 0) {
+                m_error = RunError::interrupted;
+                return false;
+            }
+            if (ready == 0) {
+                m_error = RunError::timedOut;
+                return false;
+            }
+            if (errno != EINTR) {
+                return false;
+            }
         }
     }
-    return true;
-}
 
-std::optional<std::uint32_t> readLength(int fd)
-{
-    char bytes[lengthSize];
-    return readAll(fd, bytes, sizeof(bytes)) ? std::optional(getLength(bytes)) : std::nullopt;
-}
-
-bool copyBlock(int fd, std::uint32_t length, std::ostream& out)
-{
-    std::vector<char> buffer(std::min<std::size_t>(length, longestBlock));
-    for (std::size_t left = length; left > 0;) {
-        const std::size_t part = std::min(left, buffer.size());
-        if (!readAll(fd, buffer.data(), part)) {
-            return false;
+    /// For poll.
+    int timeLeft() const
+    {
+        if (!m_limits.deadline) {
+            return -1;
         }
-        out.write(buffer.data(), static_cast<std::streamsize>(part));
-        left -= part;
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(*m_limits.deadline - std::chrono::steady_clock::now()).count();
+        return static_cast<int>(std::clamp<decltype(left)>(left, 0, std::numeric_limits<int>::max()));
     }
-    out.flush();
-    return true;
-}
+
+    int m_fd;
+    const RunLimits& m_limits;
+    RunError m_error = RunError::brokenOff;
+};
 
 } // namespace
 
@@ -124,7 +178,7 @@ std::vector<std::string> listCommands()
     return folder.open() == 0 ? folder.commands() : std::vector<std::string>();
 }
 
-RunResult run(const std::vector<std::string>& words, std::ostream& out)
+RunResult run(const std::vector<std::string>& words, std::ostream& out, const RunLimits& limits)
 {
     CommandFolder folder;
     const UniqueFd fd = words.empty() || folder.open() != 0 ? UniqueFd() : folder.connectTo(words[0]);
@@ -132,16 +186,17 @@ RunResult run(const std::vector<std::string>& words, std::ostream& out)
         return {RunError::notFound};
     }
     sendAll(fd.get(), frameWords(words)); // one that didn't get all of it doesn't answer with an exit code
-    while (const auto length = readLength(fd.get())) {
+    Answer answer(fd.get(), limits);
+    while (const auto length = answer.readLength()) {
         if (*length == endMark) {
-            const auto exitCode = readLength(fd.get());
-            return exitCode ? RunResult{std::nullopt, static_cast<int>(*exitCode)} : RunResult{RunError::brokenOff};
+            const auto exitCode = answer.readLength();
+            return exitCode ? RunResult{std::nullopt, static_cast<int>(*exitCode)} : RunResult{answer.error()};
         }
-        if (!copyBlock(fd.get(), *length, out)) {
+        if (!answer.copyBlock(*length, out)) {
             break;
         }
     }
-    return {RunError::brokenOff};
+    return {answer.error()};
 }
 
 } // namespace Ostinel::CommandClient

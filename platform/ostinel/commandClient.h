@@ -6,6 +6,7 @@
 /// and the exit code, 32 bits big-endian.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -23,6 +24,8 @@ std::vector<std::string> listCommands();
 enum class RunError {
     notFound,  ///< no process has a command of this name
     brokenOff, ///< the process closed the connection before the exit code
+    timedOut,
+    interrupted,
 };
 
 struct RunResult {
@@ -30,8 +33,14 @@ struct RunResult {
     int exitCode = 0; ///< valid without error
 };
 
+/// What ends the waiting for a command that doesn't end; the command isn't told.
+struct RunLimits {
+    std::optional<std::chrono::steady_clock::time_point> deadline;
+    int interruptFd = -1; ///< RunError::interrupted as soon as it is readable; -1 for none
+};
+
 /// Runs a command, its output written to `out` as it comes. Blocks until the command has ended.
 /// Empty words are left out: the process would take one for the end.
-RunResult run(const std::vector<std::string>& words, std::ostream& out);
+RunResult run(const std::vector<std::string>& words, std::ostream& out, const RunLimits& limits = {});
 
 } // namespace Ostinel::CommandClient

@@ -66,6 +66,8 @@ int runWords(const std::vector<std::string>& words)
         printUnknown(words.front());
         return unknownCommand;
     case RunError::brokenOff:
+    case RunError::timedOut:    // these two don't happen
+    case RunError::interrupted: // without limits
         break;
     }
     fmt::print(stderr, "ulmo: \"{}\" was broken off: its process closed the connection\n", words.front());

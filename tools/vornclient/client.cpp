@@ -3,6 +3,7 @@
 #include "rhune/rhuneSignals.h"
 #include "vornclient/clientHub.h"
 #include "vorni/connection.h"
+#include "vorni/faults.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -85,6 +86,7 @@ void Client::close()
         kiv_delete_mailbox(std::exchange(m_mailbox, KIV_NO_MBOX));
     }
     m_isConnected = false;
+    m_isSubscribedToFaults = false;
     m_references = m_settings.references;
     m_inbox.clear();
     m_faults.clear();
@@ -123,9 +125,14 @@ std::string Client::send(std::vector<std::byte> bytes)
 void Client::receive(Signal signal)
 {
     followConnection(signal);
+    if (const auto number = signal.number(); number == OmlaVornSubscribeFaultsCfmS::number ||
+                                             number == OmlaVornSubscribeFaultsWithHwFaultLabelCfmS::number) {
+        m_isSubscribedToFaults = m_isConnected;
+    }
     m_hub.listener().onReceived(*this, signal);
     // Faults come from another mailbox than the one whose end is the end of the connection, and thus behind it too.
-    if (const auto change = m_isConnected ? m_faults.apply(signal) : std::nullopt) {
+    const bool isBelieved = m_isConnected && signal.peerName != nullptr;
+    if (const auto change = isBelieved ? m_faults.apply(signal) : std::nullopt) {
         m_hub.listener().onFaultChange(*this, *change);
     }
     m_inbox.add(std::move(signal));
@@ -164,6 +171,7 @@ void Client::followRhuneConnection(const Vorni::DecodedSignal& signal)
 void Client::loseConnection()
 {
     m_isConnected = false;
+    m_isSubscribedToFaults = false;
     if (m_faults.clear()) {
         m_hub.listener().onFaultChange(*this, {FaultEvent::cleared, {}});
     }

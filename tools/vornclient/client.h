@@ -75,6 +75,8 @@ public:
     /// Those of the next signal: in RHUNE a procedureRef of its own.
     References nextReferences();
     const FaultView& faults() const { return m_faults; }
+    /// Whether the server has confirmed a subscription in this connection.
+    bool isSubscribedToFaults() const { return m_isSubscribedToFaults; }
     Inbox& inbox() { return m_inbox; }
     const Inbox& inbox() const { return m_inbox; }
 
@@ -99,6 +101,7 @@ private:
     References m_references;
     kiv_mbox_id_t m_mailbox = KIV_NO_MBOX;
     bool m_isConnected = false;
+    bool m_isSubscribedToFaults = false;
     Inbox m_inbox;
     FaultView m_faults;
 };

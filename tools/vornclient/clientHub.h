@@ -67,6 +67,7 @@ public:
     /// Waits end with WaitResult::interrupted while this descriptor is readable; -1 for none.
     void setInterruptFd(int fd) { m_interruptFd = fd; }
     bool hasInterruptFd() const { return m_interruptFd >= 0; }
+    int interruptFd() const { return m_interruptFd; }
 
 private:
     void hunt(std::size_t index);

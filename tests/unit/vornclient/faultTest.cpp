@@ -181,8 +181,17 @@ TEST_F(VornClientFault, WhenOneShotThenFaultListWaitsForAllThatFollowsTheSubscri
     serveConnected(serveFaults);
     expectAll(Verdict::ok, {"faults"});
     printer.log.clear();
-    expectAll(Verdict::ok, {"faults list"}); // the second time there is nothing to fetch
-    EXPECT_THAT(printer.log, ElementsAre("fault SW_ERROR (0x301)", "fault POWER_DISTURBANCE_INPUT_POWER_LOW (0x710)"));
+    expectAll(Verdict::ok, {"faults list"}); // subscribed already; what is on its way is waited for
+    EXPECT_THAT(printer.log, ElementsAre("->OMLA_VORN_AUDIT_REQ", "<-OMLA_VORN_AUDIT_CFM", "fault SW_ERROR (0x301)",
+                                         "fault POWER_DISTURBANCE_INPUT_POWER_LOW (0x710)"));
+}
+
+TEST_F(VornClientFault, WhenNotSubscribedThenFaultListSaysSoRatherThanThatThereAreNone)
+{
+    serveConnected(serveFaults);
+    expectAll(Verdict::ok, {"connect"});
+    expectAll(Verdict::failed, {"faults"});
+    expectAll(Verdict::ok, {"faults subscribe", "faults"});
 }
 
 TEST_F(VornClientFault, WhenConnectionIsLostThenFaultsAreNoLongerKnown)
@@ -223,6 +232,7 @@ TEST_F(VornClientFault, WhenFaultWatchIsInterruptedOrItsTimeIsOverThenItEndsOrde
     expectAll(Verdict::ok, {"faults --watch short within 0.01"});
     printer.whenFaultChanges = [] { std::raise(SIGINT); };
     expectAll(Verdict::ok, {"faults watch"});
+    printer.whenFaultChanges = {}; // what is still on its way isn't watched
     EXPECT_FALSE(context().hub().hasInterruptFd());
     expectAll(Verdict::badUsage, {"faults watch long", "faults unsubscribe"});
 }

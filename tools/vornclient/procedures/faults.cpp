@@ -35,21 +35,26 @@ Outcome subscribe(CommandContext& context, bool withLabel)
     return context.request<OmlaVornSubscribeFaultsReqS>({OmlaVornSubscribeFaultsCfmS::number, 0});
 }
 
-/// What is shown to a client that isn't there yet. The faults follow the confirm of the subscription and nothing tells
-/// where they end, but an answer that was asked for behind the subscription comes behind them.
+/// Brings the view up to date. The faults follow the confirm of the subscription and nothing tells where they end, but
+/// an answer that was asked for behind the subscription comes behind them.
 Outcome fetch(CommandContext& context)
 {
-    Outcome subscribed = subscribe(context, true);
-    return subscribed.verdict != Verdict::ok ? subscribed
-                                             : context.request<OmlaVornAuditReqS>({OmlaVornAuditCfmS::number, 0});
+    if (!context.client().isSubscribedToFaults()) {
+        const bool subscribesByItself = context.options().connectsByItself && context.playDepth == 0;
+        Outcome subscribed = subscribesByItself
+                                 ? subscribe(context, true)
+                                 : Outcome{Verdict::failed, "not subscribed: faults subscribe comes first", {}};
+        if (subscribed.verdict != Verdict::ok) {
+            return subscribed;
+        }
+    }
+    return context.request<OmlaVornAuditReqS>({OmlaVornAuditCfmS::number, 0});
 }
 
 Outcome list(CommandContext& context, Words words)
 {
     requireWords(words, 0, 0);
-    const bool isFetched =
-        context.options().connectsByItself && context.playDepth == 0 && !context.client().isConnected();
-    if (Outcome fetched = isFetched ? fetch(context) : Outcome{}; fetched.verdict != Verdict::ok) {
+    if (Outcome fetched = fetch(context); fetched.verdict != Verdict::ok) {
         return fetched;
     }
     context.printer().faults(context.client());
@@ -111,6 +116,9 @@ Outcome watch(CommandContext& context, Words words)
     if (result == WaitResult::fulfilled) {
         return {Verdict::noServer, fmt::format("\"{}\" went away", ClientHub::serverName), {}};
     }
+    if (result == WaitResult::interrupted && context.playDepth > 0) {
+        return {Verdict::interrupted, "interrupted", {}}; // the whole session
+    }
     return {};
 }
 
@@ -144,8 +152,9 @@ std::vector<std::string> complete(Words words)
 void addFaultCommands(CommandTable& table)
 {
     table.add({"faults", "[list|subscribe [short|label]|watch [short|label] [within SECONDS]]",
-               "print the faults that the client is shown; subscribe to them, in the short form or with recovery time "
-               "and label; subscribe and show each change until Ctrl-C (also spelt --watch)",
+               "print the faults that the client is shown, subscribing with label where it hasn't; subscribe to them, "
+               "in the short form or with recovery time and label; subscribe and show each change until Ctrl-C (also "
+               "spelt --watch)",
                faults, complete});
 }
 

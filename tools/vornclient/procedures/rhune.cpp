@@ -44,7 +44,9 @@ Outcome connect(CommandContext& context, Words words)
     if (revisions.empty()) {
         revisions.push_back(defaultRevision);
     }
-    return connect(context, context.rhuneClient(), revisions);
+    Client& client = context.rhuneClient();
+    return client.isConnected() ? Outcome{Verdict::failed, "connected already: rhune close comes first", {}}
+                                : connect(context, client, revisions);
 }
 
 Outcome close(CommandContext& context, Client& client)

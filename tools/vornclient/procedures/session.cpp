@@ -48,14 +48,18 @@ struct UnitResult {
     int exitCode = 0;
 };
 
-UnitResult runUnitCommand(Words words)
+UnitResult runUnitCommand(Words words, const Ostinel::CommandClient::RunLimits& limits)
 {
     requireWords(words, 1, SIZE_MAX);
     std::ostringstream output;
-    const auto result = Ostinel::CommandClient::run({words.begin(), words.end()}, output);
+    const auto result = Ostinel::CommandClient::run({words.begin(), words.end()}, output, limits);
     UnitResult unit{{}, output.str(), fmt::format("{}", fmt::join(words, " ")), result.error ? 0 : result.exitCode};
     if (result.error == Ostinel::CommandClient::RunError::notFound) {
         unit.outcome = {Verdict::failed, fmt::format("no process has the command \"{}\"", words.front()), {}};
+    } else if (result.error == Ostinel::CommandClient::RunError::interrupted) {
+        unit.outcome = {Verdict::interrupted, "interrupted", {}};
+    } else if (result.error == Ostinel::CommandClient::RunError::timedOut) {
+        unit.outcome = {Verdict::timedOut, fmt::format("\"{}\" gave no answer", unit.command), {}};
     } else if (result.error) {
         unit.outcome = {Verdict::failed, fmt::format("\"{}\" was broken off", unit.command), {}};
     } else if (result.exitCode != 0) {
@@ -71,7 +75,7 @@ void print(CommandContext& context, const UnitResult& unit)
 
 Outcome ulmo(CommandContext& context, Words words)
 {
-    const UnitResult unit = runUnitCommand(words);
+    const UnitResult unit = runUnitCommand(words, {std::nullopt, context.hub().interruptFd()});
     print(context, unit);
     return unit.outcome;
 }
@@ -80,21 +84,25 @@ Outcome ulmo(CommandContext& context, Words words)
 Outcome ulmoExpect(CommandContext& context, Words words)
 {
     constexpr std::chrono::milliseconds askAgain{20};
+    constexpr std::size_t longestShown = 2000;
     requireWords(words, 2, SIZE_MAX);
     const auto end = ClientHub::Clock::now() + context.options().answerTimeout;
-    UnitResult unit = runUnitCommand(words.subspan(1));
+    const Ostinel::CommandClient::RunLimits limits{end, context.hub().interruptFd()};
+    UnitResult unit = runUnitCommand(words.subspan(1), limits);
     const auto hasText = [&] { return unit.output.find(words[0]) != std::string::npos; };
     while (unit.outcome.verdict == Verdict::ok && !hasText() && ClientHub::Clock::now() < end) {
         if (context.hub().waitUntil([] { return false; }, ClientHub::Clock::now() + askAgain) ==
             WaitResult::interrupted) {
             return {Verdict::interrupted, "interrupted", {}};
         }
-        unit = runUnitCommand(words.subspan(1));
+        unit = runUnitCommand(words.subspan(1), limits);
     }
     print(context, unit);
     if (unit.outcome.verdict == Verdict::ok && !hasText()) {
         unit.outcome = {
-            Verdict::failed, fmt::format("expected output with \"{}\", came: {}", words[0], unit.output), {}};
+            Verdict::failed,
+            fmt::format("expected output with \"{}\", came: {}", words[0], printable(unit.output, longestShown)),
+            {}};
     }
     return unit.outcome;
 }
@@ -118,7 +126,8 @@ void addSessionCommands(CommandTable& table)
                expectReject, nullptr});
     table.add({"ulmo", "WORD...", "run a command of the unit's command line; it must end with 0", ulmo, unitCommands});
     table.add({"ulmo-expect", "TEXT WORD...",
-               "the same until its output has the text, for as long as an answer may take", ulmoExpect, nullptr});
+               "as ulmo, asked again until its output has the text, for at most the time that an answer may take",
+               ulmoExpect, nullptr});
     table.add({"play", "FILE", "play a session file: one command a line, # comments", play, nullptr});
 }
 
