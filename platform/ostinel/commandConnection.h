@@ -1,7 +1,7 @@
 /// One client's connection to the command registry.
 #pragma once
 
-#include "ostinel/uniqueFd.h"
+#include "uniqueFd.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,5 +1,6 @@
 #include "ostinel/commandFolder.h"
 
+#include "folderLock.h"
 #include "runDir.h"
 
 #include <algorithm>
@@ -10,7 +11,6 @@
 #include <fcntl.h>
 #include <map>
 #include <memory>
-#include <sys/file.h>
 #include <sys/socket.h>
 
 namespace Ostinel {
@@ -29,23 +29,6 @@ bool isSocketName(const std::string& name)
     return !name.empty() && name.size() <= longestSocketName &&
            name.find_first_not_of("0123456789") == std::string::npos;
 }
-
-/// One process at a time looks whether a name is free and takes it.
-class FolderLock
-{
-public:
-    explicit FolderLock(int directory) : m_directory(directory)
-    {
-        while (::flock(m_directory, LOCK_EX) != 0 && errno == EINTR) {
-        }
-    }
-    ~FolderLock() { ::flock(m_directory, LOCK_UN); }
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    int m_directory;
-};
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { ::closedir(directory); }

@@ -1,7 +1,7 @@
 /// The folder "$RU_DIR/cmd" with the sockets of the processes that have commands and the links that name the commands.
 #pragma once
 
-#include "ostinel/uniqueFd.h"
+#include "uniqueFd.h"
 
 #include <optional>
 #include <string>

@@ -4,7 +4,7 @@
 /// and touches nothing that is gone.
 #pragma once
 
-#include "ostinel/uniqueFd.h"
+#include "uniqueFd.h"
 
 #include <deque>
 #include <functional>

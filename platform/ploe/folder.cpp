@@ -1,5 +1,6 @@
 #include "ploe/folder.h"
 
+#include "folderLock.h"
 #include "ploe/ploe.h"
 #include "runDir.h"
 
@@ -7,7 +8,6 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <limits>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -25,7 +25,7 @@ static_assert(sizeof("/proc/self/fd//") + std::numeric_limits<int>::digits10 + 1
 class Address
 {
 public:
-    Address(const Descriptor& directory, const std::string& name)
+    Address(const UniqueFd& directory, const std::string& name)
     {
         m_address.sun_family = AF_UNIX;
         std::snprintf(m_address.sun_path, sizeof(m_address.sun_path), "/proc/self/fd/%d/%s", directory.get(),
@@ -38,29 +38,11 @@ private:
     sockaddr_un m_address = {};
 };
 
-/// Held while a name is looked at and then taken or given back. Unlocks by name: a child forked meanwhile has a copy of
-/// the descriptor, which would keep the lock.
-class FolderLock
-{
-public:
-    explicit FolderLock(const Descriptor& directory) : m_directory(directory.get())
-    {
-        while (::flock(m_directory, LOCK_EX) != 0 && errno == EINTR) {
-        }
-    }
-    ~FolderLock() { ::flock(m_directory, LOCK_UN); }
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    int m_directory;
-};
-
 } // namespace
 
 int Folder::open()
 {
-    m_directory = Descriptor(::open(ruDir(folderName).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    m_directory = UniqueFd(::open(ruDir(folderName).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return m_directory ? 0 : errno;
 }
 
@@ -85,13 +67,13 @@ bool Folder::isLeftover(const std::string& name) const
     if (::fstatat(m_directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISSOCK(status.st_mode)) {
         return false;
     }
-    const Descriptor probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UniqueFd probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     return probe && connect(probe.get(), name) == ECONNREFUSED;
 }
 
 int Folder::listen(int socket, const std::string& name, int backlog, ino_t& file) const
 {
-    const FolderLock lock(m_directory);
+    const FolderLock lock(m_directory.get());
     if (isLeftover(name)) {
         ::unlinkat(m_directory.get(), name.c_str(), 0);
     }
@@ -112,7 +94,7 @@ int Folder::listen(int socket, const std::string& name, int backlog, ino_t& file
 
 void Folder::remove(const std::string& name, ino_t file) const
 {
-    const FolderLock lock(m_directory);
+    const FolderLock lock(m_directory.get());
     struct stat status = {};
     if (::fstatat(m_directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && status.st_ino == file) {
         ::unlinkat(m_directory.get(), name.c_str(), 0);

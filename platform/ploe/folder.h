@@ -4,37 +4,12 @@
 /// a time asks and takes the name, so that two that start at once never both have it.
 #pragma once
 
+#include "uniqueFd.h"
+
 #include <string>
 #include <sys/types.h>
-#include <unistd.h>
-#include <utility>
 
 namespace ploe {
-
-class Descriptor
-{
-public:
-    Descriptor() = default;
-    explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
-    Descriptor(Descriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        std::swap(m_descriptor, other.m_descriptor);
-        return *this;
-    }
-    ~Descriptor()
-    {
-        if (m_descriptor >= 0) {
-            ::close(m_descriptor);
-        }
-    }
-
-    int get() const { return m_descriptor; }
-    explicit operator bool() const { return m_descriptor >= 0; }
-
-private:
-    int m_descriptor = -1;
-};
 
 /// All functions that return an int give 0 or an errno value. A name is a file name of at most PLOE_NAME_MAX bytes.
 class Folder
@@ -58,7 +33,7 @@ public:
 private:
     bool isLeftover(const std::string& name) const;
 
-    Descriptor m_directory;
+    UniqueFd m_directory;
 };
 
 } // namespace ploe

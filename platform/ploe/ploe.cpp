@@ -12,7 +12,6 @@
 #include <string_view>
 #include <sys/socket.h>
 
-using ploe::Descriptor;
 using ploe::Folder;
 
 namespace {
@@ -28,10 +27,10 @@ struct Place {
 } // namespace
 
 struct ploe_socket {
-    Descriptor descriptor;
+    UniqueFd descriptor;
     std::optional<Place> place;
 
-    ploe_socket(Descriptor socket, std::optional<Place> listensAt)
+    ploe_socket(UniqueFd socket, std::optional<Place> listensAt)
         : descriptor(std::move(socket)), place(std::move(listensAt))
     {
     }
@@ -89,9 +88,9 @@ int parseAddress(const char* address, std::string& name)
     return name.size() > PLOE_NAME_MAX ? ENAMETOOLONG : 0;
 }
 
-Descriptor newSocket()
+UniqueFd newSocket()
 {
-    return Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    return UniqueFd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 }
 
 int setBlocking(int descriptor, bool blocking)
@@ -117,7 +116,7 @@ int makeRoom(int descriptor)
     return given < static_cast<int>(PLOE_MAX_MSG_SIZE) + sendBufferShare ? ENOBUFS : 0;
 }
 
-ploe_socket* makeSocket(Descriptor descriptor, std::optional<Place> place = std::nullopt)
+ploe_socket* makeSocket(UniqueFd descriptor, std::optional<Place> place = std::nullopt)
 {
     if (setBlocking(descriptor.get(), true) != 0) {
         return nullptr;
@@ -150,7 +149,7 @@ ploe_socket* connectTo(const char* address, int flags)
     if (const int error = folder.open()) {
         return failed(error);
     }
-    Descriptor descriptor = newSocket();
+    UniqueFd descriptor = newSocket();
     if (!descriptor) {
         return nullptr;
     }
@@ -175,7 +174,7 @@ ploe_socket* listenAt(const char* address, int backlog)
     if (const int error = place.folder.make()) {
         return failed(error);
     }
-    Descriptor descriptor = newSocket();
+    UniqueFd descriptor = newSocket();
     if (!descriptor) {
         return nullptr;
     }
@@ -191,7 +190,7 @@ ploe_socket* acceptOne(ploe_socket* listener)
     if (listener == nullptr) {
         return failed(EINVAL);
     }
-    Descriptor descriptor(
+    UniqueFd descriptor(
         uninterrupted([&] { return ::accept4(listener->descriptor.get(), nullptr, nullptr, SOCK_CLOEXEC); }));
     if (!descriptor) {
         return nullptr;

@@ -1,7 +1,9 @@
 #include "sarna/environment.h"
 
+#include "folderLock.h"
 #include "runDir.h"
 #include "sarna/sarna.h"
+#include "uniqueFd.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -9,7 +11,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -67,13 +68,8 @@ MDB_val valOf(const void* data, std::size_t size)
 /// The lock file is written through a mapping: on a full file system that would be SIGBUS, unless its blocks are there.
 int reserveLockFile(const std::string& directory)
 {
-    const int fd = ::open((directory + "/lock.mdb").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, fileMode);
-    if (fd < 0) {
-        return codeOf(errno);
-    }
-    const int error = ::posix_fallocate(fd, 0, lockFileSize);
-    ::close(fd);
-    return codeOf(error);
+    const UniqueFd file(::open((directory + "/lock.mdb").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, fileMode));
+    return codeOf(file ? ::posix_fallocate(file.get(), 0, lockFileSize) : errno);
 }
 
 bool isFileSystemFull(MDB_env* environment)
@@ -93,37 +89,6 @@ void closeOnExec(MDB_env* environment)
     }
 }
 
-/// One process opens at a time. LMDB's first opener resets what the others go by and puts it right at the end: if it is
-/// killed in between, one that waits inside LMDB would go on from what is half done, and overwrite what was written.
-class OpeningLock
-{
-public:
-    explicit OpeningLock(const std::string& folder) : m_fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    {
-        while (m_fd < 0 || ::flock(m_fd, LOCK_EX) != 0) {
-            if (m_fd < 0 || errno != EINTR) {
-                m_error = errno;
-                return;
-            }
-        }
-    }
-    ~OpeningLock()
-    {
-        if (m_fd >= 0) {
-            ::flock(m_fd, LOCK_UN); // a child that was forked meanwhile may hold the descriptor too
-            ::close(m_fd);
-        }
-    }
-    OpeningLock(const OpeningLock&) = delete;
-    OpeningLock& operator=(const OpeningLock&) = delete;
-
-    int error() const { return m_error; }
-
-private:
-    int m_fd;
-    int m_error = 0;
-};
-
 } // namespace
 
 Environment::~Environment()
@@ -142,7 +107,14 @@ int Environment::open(const std::string& group)
     if (error != 0) {
         return codeOf(error);
     }
-    const OpeningLock lock(folder);
+    // One process opens at a time. LMDB's first opener resets what the others go by and puts it right at the end: if it
+    // is killed in between, one that waits inside LMDB would go on from what is half done, and overwrite what was
+    // written. This descriptor is older than LMDB's, so that the kernel gives this lock back last.
+    const UniqueFd locked(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!locked) {
+        return codeOf(errno);
+    }
+    const FolderLock lock(locked.get());
     if (lock.error() != 0) {
         return codeOf(lock.error());
     }

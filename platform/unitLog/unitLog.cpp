@@ -5,7 +5,9 @@
 #include "unitLog/unitLog.h"
 
 #include "runDir.h"
+#include "uniqueFd.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <exception>
@@ -21,24 +23,10 @@ constexpr off_t capacity = 1024 * 1024;
 constexpr std::size_t longestLine = 64 * 1024;
 constexpr mode_t fileMode = 0600;
 
-class File
+UniqueFd openFile(const std::string& path, int flags)
 {
-public:
-    File(const std::string& path, int flags) : m_fd(::open(path.c_str(), flags | O_CREAT | O_CLOEXEC, fileMode)) {}
-    ~File()
-    {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    int fd() const { return m_fd; }
-
-private:
-    int m_fd;
-};
+    return UniqueFd(::open(path.c_str(), flags | O_CREAT | O_CLOEXEC, fileMode));
+}
 
 void appendTime(std::string& line)
 {
@@ -82,11 +70,14 @@ bool isFull(const std::string& path, std::size_t size)
 
 void moveAway(const std::string& path, std::size_t size)
 {
-    const File lock(path + ".lock", O_RDWR);
-    // Asked again under the lock: another may have moved it meanwhile.
-    if (lock.fd() >= 0 && ::flock(lock.fd(), LOCK_EX | LOCK_NB) == 0 && isFull(path, size)) {
+    const UniqueFd lock = openFile(path + ".lock", O_RDWR);
+    if (!lock || ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        return;
+    }
+    if (isFull(path, size)) { // asked again under the lock: another may have moved it meanwhile
         ::rename(path.c_str(), (path + ".1").c_str());
     }
+    ::flock(lock.get(), LOCK_UN); // a child that was forked meanwhile may hold the descriptor too
 }
 
 void writeLine(const char* name, const std::string& line)
@@ -96,9 +87,8 @@ void writeLine(const char* name, const std::string& line)
     if (isFull(path, line.size())) {
         moveAway(path, line.size());
     }
-    const File log(path, O_WRONLY | O_APPEND);
-    if (log.fd() >= 0) {
-        [[maybe_unused]] const auto written = ::write(log.fd(), line.data(), line.size());
+    if (const UniqueFd log = openFile(path, O_WRONLY | O_APPEND)) {
+        [[maybe_unused]] const auto written = ::write(log.get(), line.data(), line.size());
     }
 }
 
@@ -106,6 +96,7 @@ void writeLine(const char* name, const std::string& line)
 
 void unitLogWrite(const char* name, std::initializer_list<std::string_view> fields) noexcept
 {
+    const int callersErrno = errno; // what is logged is often an error in the midst of its handling
     try {
         std::string line;
         appendTime(line);
@@ -120,4 +111,5 @@ void unitLogWrite(const char* name, std::initializer_list<std::string_view> fiel
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "%s: %s\n", name, exception.what());
     }
+    errno = callersErrno;
 }

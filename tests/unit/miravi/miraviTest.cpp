@@ -2,6 +2,7 @@
 
 #include "runDir.h"
 
+#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -79,6 +80,9 @@ TEST_F(Miravi, UnwritableLogIsIgnored)
     std::filesystem::create_directories(log); // a folder in the file's place
     miravi_log("c", "text");
     EXPECT_TRUE(std::filesystem::is_empty(log));
+    errno = EDOM;
+    miravi_log("c", "text");
+    EXPECT_EQ(errno, EDOM);
 }
 
 /// Every writer's lines stand whole and in its order, and the file is moved once each time it is full.

@@ -4,8 +4,6 @@
 #include <unistd.h>
 #include <utility>
 
-namespace Ostinel {
-
 class UniqueFd
 {
 public:
@@ -30,5 +28,3 @@ public:
 private:
     int m_fd = -1;
 };
-
-} // namespace Ostinel
