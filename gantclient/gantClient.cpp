@@ -60,6 +60,12 @@ GANTClient::~GANTClient()
     disconnect();
 }
 
+template <typename Message>
+std::uint32_t GANTClient::send(std::uint32_t procRef, const Message& message)
+{
+    return sendMsg(numberOf<Message>(), procRef, message);
+}
+
 bool GANTClient::connect(const std::string& address)
 {
     m_connection = ploe_connect(address.c_str(), 0);
@@ -96,7 +102,7 @@ std::uint32_t GANTClient::connEstablishReq(std::function<void()> readyForPublicA
     for (const std::uint32_t revision : protocolRevisions) {
         request.add_supported_protocol_revisions(revision);
     }
-    if (const std::uint32_t error = sendMsg(numberOf<gant::ConnEstablishReq>(), procRef, request); error != ok) {
+    if (const std::uint32_t error = send(procRef, request); error != ok) {
         TRACE_INFO("GANTClient::connEstablishReq() failed to send ConnEstablishReq errCode(0x{:x})", error);
         closeConnection();
         return notConnected;
@@ -278,7 +284,7 @@ void GANTClient::handleGetCapabilitiesRej(std::uint32_t /*procRef*/, Body body)
 
 std::uint32_t GANTClient::getCapabilitiesReq(std::uint32_t procRef)
 {
-    return sendMsg(numberOf<gant::GetCapabilitiesReq>(), procRef, gant::GetCapabilitiesReq());
+    return send(procRef, gant::GetCapabilitiesReq());
 }
 
 std::uint32_t GANTClient::acquireResourceReq(std::uint32_t procRef, std::uint32_t ticketRef, int resource)
@@ -288,20 +294,19 @@ std::uint32_t GANTClient::acquireResourceReq(std::uint32_t procRef, std::uint32_
     if (gant::Resource_IsValid(resource)) {
         request.set_resource(static_cast<gant::Resource>(resource));
     }
-    return sendMsg(numberOf<gant::AcquireResourceReq>(), procRef, request);
+    return send(procRef, request);
 }
 
 std::uint32_t GANTClient::releaseResourceReq(std::uint32_t procRef, std::uint32_t ticket)
 {
-    using gant::ReleaseResourceReq;
-    return sendMsg(numberOf<ReleaseResourceReq>(), procRef, ofTicket<ReleaseResourceReq>(ticket));
+    return send(procRef, ofTicket<gant::ReleaseResourceReq>(ticket));
 }
 
 std::uint32_t GANTClient::pushLoadInitReq(std::uint32_t procRef, std::uint32_t ticket, const std::string& software)
 {
     auto request = ofTicket<gant::PushLoadInitReq>(ticket);
     request.set_software(software);
-    return sendMsg(numberOf<gant::PushLoadInitReq>(), procRef, request);
+    return send(procRef, request);
 }
 
 std::uint32_t GANTClient::pushLoadData(std::uint32_t procRef, std::uint32_t ticket, std::uint32_t seqNr,
@@ -310,47 +315,44 @@ std::uint32_t GANTClient::pushLoadData(std::uint32_t procRef, std::uint32_t tick
     auto block = ofTicket<gant::PushLoadData>(ticket);
     block.set_data(data, size);
     block.set_sequence_number(seqNr);
-    return sendMsg(numberOf<gant::PushLoadData>(), procRef, block);
+    return send(procRef, block);
 }
 
 std::uint32_t GANTClient::pushLoadEndReq(std::uint32_t procRef, std::uint32_t ticket)
 {
-    using gant::PushLoadEndReq;
-    return sendMsg(numberOf<PushLoadEndReq>(), procRef, ofTicket<PushLoadEndReq>(ticket));
+    return send(procRef, ofTicket<gant::PushLoadEndReq>(ticket));
 }
 
 std::uint32_t GANTClient::deleteReq(std::uint32_t procRef, std::uint32_t ticket, const std::string& software)
 {
     auto request = ofTicket<gant::DeleteReq>(ticket);
     request.set_software(software);
-    return sendMsg(numberOf<gant::DeleteReq>(), procRef, request);
+    return send(procRef, request);
 }
 
 std::uint32_t GANTClient::getSwProductInvReq(std::uint32_t procRef, std::uint32_t ticket)
 {
-    using gant::GetSwProductInvReq;
-    return sendMsg(numberOf<GetSwProductInvReq>(), procRef, ofTicket<GetSwProductInvReq>(ticket));
+    return send(procRef, ofTicket<gant::GetSwProductInvReq>(ticket));
 }
 
 std::uint32_t GANTClient::swCompListReq(std::uint32_t procRef, std::uint32_t ticket)
 {
-    using gant::SwCompListReq;
-    return sendMsg(numberOf<SwCompListReq>(), procRef, ofTicket<SwCompListReq>(ticket));
+    return send(procRef, ofTicket<gant::SwCompListReq>(ticket));
 }
 
 std::uint32_t GANTClient::swCompListAck(std::uint32_t procRef, std::uint32_t ticket, bool abort)
 {
     auto ack = ofTicket<gant::SwCompListAck>(ticket);
     ack.set_abort(abort);
-    return sendMsg(numberOf<gant::SwCompListAck>(), procRef, ack);
+    return send(procRef, ack);
 }
 
 std::uint32_t GANTClient::getRunningSwReq(std::uint32_t procRef)
 {
-    return sendMsg(numberOf<gant::GetRunningSwReq>(), procRef, gant::GetRunningSwReq());
+    return send(procRef, gant::GetRunningSwReq());
 }
 
 std::uint32_t GANTClient::setCurrentSlotWorkingReq(std::uint32_t procRef)
 {
-    return sendMsg(numberOf<gant::SetCurrentSlotWorkingReq>(), procRef, gant::SetCurrentSlotWorkingReq());
+    return send(procRef, gant::SetCurrentSlotWorkingReq());
 }

@@ -87,6 +87,8 @@ public:
     void disconnect();
 
 private:
+    template <typename Message>
+    std::uint32_t send(std::uint32_t procRef, const Message& message);
     bool connect(const std::string& address);
     void closeConnection();
     void receiveHandler(int fd);
