@@ -5,7 +5,6 @@
 #include "dunl/numbers.h"
 #include "faultmanager/faultManagerIf.h"
 #include "signalNames.h"
-#include "tolmeClient.h"
 #include "vorni/faultIds.h"
 
 #include <algorithm>

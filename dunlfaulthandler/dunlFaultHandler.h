@@ -2,13 +2,12 @@
 #pragma once
 
 #include "dunlfaulthandler/dunlCurrentFaults.h"
+#include "tolmeClient.h"
 #include "vornServerComponent.h"
 
 namespace tolme::dunl {
 class FaultInd;
 }
-
-using TolmeMessagePtr = std::shared_ptr<kiv_msg>;
 
 /// Keeps the faults that the DUNL server has raised and not yet ceased. Each time they change it chooses those that may
 /// be shown and hands the difference on: an exceptional temperature hides hardware faults, of the faults of either kind

@@ -1,12 +1,11 @@
 /// The clients' O&M states and the coordinated O&M state of the board.
 #pragma once
 
+#include "tolmeClient.h"
 #include "vornCoordinatedStateSM.h"
 #include "vornServerComponent.h"
 
 #include <memory>
-
-using TolmeMessagePtr = std::shared_ptr<kiv_msg>;
 
 /// Lets each client audit, enable and disable its own operation, answered at once from its session. Where the DUNL
 /// server can take a coordinated state, every change, and the exceptional temperature fault, goes through the state

@@ -5,7 +5,6 @@
 #include "dunl/numbers.h"
 #include "faultmanager/faultManagerIf.h"
 #include "miravi/miravi.h"
-#include "tolmeClient.h"
 #include "vornServerDunl.h"
 #include "vornSession.h"
 #include "vorni/oamState.h"

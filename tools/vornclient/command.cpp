@@ -154,8 +154,8 @@ void CommandContext::requireVorni() const
 
 Outcome CommandContext::beConnected()
 {
-    const bool connects = m_options.connectsByItself && playDepth == 0 && !client().isConnected() &&
-                          client().settings().protocol == Vorni::Protocol::vorni;
+    const bool connects =
+        actsByItself() && !client().isConnected() && client().settings().protocol == Vorni::Protocol::vorni;
     return connects ? connect() : Outcome{};
 }
 

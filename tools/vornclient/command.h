@@ -75,6 +75,8 @@ public:
     Outcome waitGone(std::chrono::milliseconds atMost);
     /// Asks for a connection and waits for the answer.
     Outcome connect();
+    /// Whether a command does by itself what has to come first: one-shot and at the prompt, but not in a session file.
+    bool actsByItself() const { return m_options.connectsByItself && playDepth == 0; }
     /// Connects where the options say that a client does so by itself.
     Outcome beConnected();
     /// Sends without waiting for an answer; waits for the server first.

@@ -40,8 +40,7 @@ Outcome subscribe(CommandContext& context, bool withLabel)
 Outcome fetch(CommandContext& context)
 {
     if (!context.client().isSubscribedToFaults()) {
-        const bool subscribesByItself = context.options().connectsByItself && context.playDepth == 0;
-        Outcome subscribed = subscribesByItself
+        Outcome subscribed = context.actsByItself()
                                  ? subscribe(context, true)
                                  : Outcome{Verdict::failed, "not subscribed: faults subscribe comes first", {}};
         if (subscribed.verdict != Verdict::ok) {

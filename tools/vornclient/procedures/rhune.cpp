@@ -67,7 +67,7 @@ template <typename Record, typename Fill>
 Outcome forward(CommandContext& context, Fill&& fill)
 {
     Client& client = context.rhuneClient();
-    const bool connectsForIt = context.options().connectsByItself && context.playDepth == 0 && !client.isConnected();
+    const bool connectsForIt = context.actsByItself() && !client.isConnected();
     Outcome outcome = connectsForIt ? connect(context, client, {defaultRevision}) : requireConnected(client);
     if (outcome.verdict == Verdict::ok) {
         outcome = context.send(client, makeSignal<Record>(client.nextReferences(), fill));
