@@ -73,14 +73,16 @@ protected:
         return record;
     }
 
-    /// Sends a signal to a client from the public mailbox. `fill` writes what stands behind the references.
+    /// Sends a signal to a client from the public mailbox. `fill` writes what stands behind the references, and the
+    /// `sizeBehind` bytes behind the record.
     template <typename Record, typename Fill>
-    void sendSignal(std::uint32_t mboxId, std::uint32_t clientRef, std::uint32_t serverRef, Fill&& fill) const
+    void sendSignal(std::uint32_t mboxId, std::uint32_t clientRef, std::uint32_t serverRef, Fill&& fill,
+                    std::size_t sizeBehind = 0) const
     {
-        NewSignal<Record> signal(clientRef, serverRef);
+        NewSignal<Record> signal(clientRef, serverRef, sizeBehind);
         if (signal) {
             fill(*signal);
-            traceSent(Record::number, mboxId, &*signal, sizeof(Record));
+            traceSent(Record::number, mboxId, &*signal, sizeof(Record) + sizeBehind);
             signal.send(mboxId, m_commonData.getPublicMbox());
         }
     }
@@ -99,7 +101,7 @@ protected:
     {
         sendSignal<Record>(mboxId, clientRef, serverRef, [&](Record& reject) {
             reject.errorCode = errorCode;
-            copyErrorDescription(reject.errorText, sizeof(reject.errorText), text);
+            copyErrorDescription(reject.text(), vornRejectTextSize, text);
         });
     }
 

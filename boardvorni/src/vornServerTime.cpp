@@ -109,9 +109,5 @@ void VornServerTime::handleSetUtcTimeRej(const TolmeMessagePtr& message)
         return;
     }
     const TolmeClient::ProcedureTransaction& client = answer->transaction;
-    sendSignal<OmlaVornSetUtcTimeRejS>(client.mboxId, client.clientRef, client.serverRef, [](auto& reject) {
-        constexpr std::uint32_t written = 110; // the field is longer than what is written of it
-        reject.errorCode = 1;
-        copyErrorDescription(reject.description, written, "Failed to set UTC time");
-    });
+    sendReject<OmlaVornSetUtcTimeRejS>(client.mboxId, client.clientRef, client.serverRef, 1, "Failed to set UTC time");
 }

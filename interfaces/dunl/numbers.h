@@ -42,6 +42,12 @@ class ConnectivityConnectedRej;
 class ConnectivityNotConnectedReq;
 class ConnectivityNotConnectedCfm;
 class ConnectivityNotConnectedRej;
+class ValidateHwSwCompatibilityReq;
+class ValidateHwSwCompatibilityCfm;
+class ValidateHwSwCompatibilityRej;
+class ConnectedDevicesInitializedReq;
+class ConnectedDevicesInitializedCfm;
+class ConnectedDevicesInitializedInd;
 
 /// The number that a message travels under.
 namespace MsgNo {
@@ -77,6 +83,12 @@ inline constexpr std::uint32_t ConnectivityConnectedRej = 0x1707772;
 inline constexpr std::uint32_t ConnectivityNotConnectedReq = 0x1707773;
 inline constexpr std::uint32_t ConnectivityNotConnectedCfm = 0x1707774;
 inline constexpr std::uint32_t ConnectivityNotConnectedRej = 0x1707775;
+inline constexpr std::uint32_t ValidateHwSwCompatibilityReq = 0x1707786;
+inline constexpr std::uint32_t ValidateHwSwCompatibilityCfm = 0x1707787;
+inline constexpr std::uint32_t ValidateHwSwCompatibilityRej = 0x1707788;
+inline constexpr std::uint32_t ConnectedDevicesInitializedReq = 0x1707789;
+inline constexpr std::uint32_t ConnectedDevicesInitializedCfm = 0x170778A;
+inline constexpr std::uint32_t ConnectedDevicesInitializedInd = 0x170778B;
 inline constexpr std::uint32_t SetOamStateReq = 0x170778C;
 } // namespace MsgNo
 
@@ -114,6 +126,12 @@ inline constexpr std::array messages{
     MessageNumber{MsgNo::ConnectivityNotConnectedReq, "tolme.dunl.ConnectivityNotConnectedReq"},
     MessageNumber{MsgNo::ConnectivityNotConnectedCfm, "tolme.dunl.ConnectivityNotConnectedCfm"},
     MessageNumber{MsgNo::ConnectivityNotConnectedRej, "tolme.dunl.ConnectivityNotConnectedRej"},
+    MessageNumber{MsgNo::ValidateHwSwCompatibilityReq, "tolme.dunl.ValidateHwSwCompatibilityReq"},
+    MessageNumber{MsgNo::ValidateHwSwCompatibilityCfm, "tolme.dunl.ValidateHwSwCompatibilityCfm"},
+    MessageNumber{MsgNo::ValidateHwSwCompatibilityRej, "tolme.dunl.ValidateHwSwCompatibilityRej"},
+    MessageNumber{MsgNo::ConnectedDevicesInitializedReq, "tolme.dunl.ConnectedDevicesInitializedReq"},
+    MessageNumber{MsgNo::ConnectedDevicesInitializedCfm, "tolme.dunl.ConnectedDevicesInitializedCfm"},
+    MessageNumber{MsgNo::ConnectedDevicesInitializedInd, "tolme.dunl.ConnectedDevicesInitializedInd"},
     MessageNumber{MsgNo::SetOamStateReq, "tolme.dunl.SetOamStateReq"},
 };
 

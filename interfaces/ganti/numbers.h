@@ -7,6 +7,53 @@
 
 namespace gant {
 
+// For headers that name a message: the generated header is for sources.
+class ConnEstablishReq;
+class ConnEstablishCfm;
+class ConnEstablishRej;
+class GetCapabilitiesReq;
+class GetCapabilitiesCfm;
+class GetCapabilitiesRej;
+class AcquireResourceReq;
+class AcquireResourceCfm;
+class AcquireResourceRej;
+class AcquireResourceInd;
+class ReleaseResourceReq;
+class ReleaseResourceCfm;
+class ReleaseResourceRej;
+class PushLoadInitReq;
+class PushLoadInitCfm;
+class PushLoadInitRej;
+class PushLoadData;
+class PushLoadAck;
+class PushLoadEndReq;
+class PushLoadEndCfm;
+class PushLoadEndRej;
+class PullLoadInitReq;
+class PullLoadInitCfm;
+class PullLoadInitRej;
+class PullLoadEndInd;
+class PullLoadAbortReq;
+class PullLoadAbortCfm;
+class PullLoadAbortRej;
+class DeleteReq;
+class DeleteCfm;
+class DeleteRej;
+class GetSwProductInvReq;
+class GetSwProductInvCfm;
+class GetSwProductInvRej;
+class SwCompListReq;
+class SwCompListCfm;
+class SwCompListRej;
+class SwCompListData;
+class SwCompListAck;
+class GetRunningSwReq;
+class GetRunningSwCfm;
+class GetRunningSwRej;
+class SetCurrentSlotWorkingReq;
+class SetCurrentSlotWorkingCfm;
+class SetCurrentSlotWorkingRej;
+
 /// All of them with their full names. Each is the MetaInfo::MESSAGE_NUMBER of its message.
 inline constexpr std::array messages{
     MessageNumber{1, "gant.ConnEstablishReq"},

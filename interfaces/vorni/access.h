@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <type_traits>
 
@@ -47,9 +48,9 @@ template <typename Record>
 class NewSignal
 {
 public:
-    /// The references in the order of the record's header.
-    NewSignal(std::uint32_t firstRef, std::uint32_t secondRef)
-        : m_msg(kiv_alloc(static_cast<std::uint32_t>(sizeof(Record)), Record::number))
+    /// The references in the order of the record's header; `sizeBehind` zeroed bytes follow the record.
+    NewSignal(std::uint32_t firstRef, std::uint32_t secondRef, std::size_t sizeBehind = 0)
+        : m_msg(kiv_alloc(static_cast<std::uint32_t>(sizeof(Record) + sizeBehind), Record::number))
     {
         if (m_msg != nullptr) {
             record().header.setReferences(firstRef, secondRef);
@@ -73,6 +74,22 @@ private:
 
     kiv_msg* m_msg;
 };
+
+/// The bytes behind the record of a received message, of which there are at least the record's.
+template <typename Record>
+std::span<const std::byte> bytesBehind(const kiv_msg& msg)
+{
+    return std::span(reinterpret_cast<const std::byte*>(&msg), kiv_size(&msg)).subspan(sizeof(Record));
+}
+
+/// The text behind the record of a received message, ended by its zero or by the message's end.
+template <typename Record>
+std::string_view textBehind(const kiv_msg& msg)
+{
+    const auto bytes = bytesBehind<Record>(msg);
+    const char* text = reinterpret_cast<const char*>(bytes.data());
+    return {text, ::strnlen(text, bytes.size())};
+}
 
 /// The text in a fixed field, ended by its zero or by the field's end.
 template <std::size_t Size>

@@ -36,6 +36,9 @@ struct VornPlainSignal {
 };
 static_assert(sizeof(VornPlainSignal<0>) == 12);
 
+/// What is written of the text of a signal that refuses a request, its zero included; bytes.
+inline constexpr std::uint32_t vornRejectTextSize = 110;
+
 /// A signal that refuses a request.
 template <std::uint32_t Number>
 struct VornRejectSignal {
@@ -43,8 +46,24 @@ struct VornRejectSignal {
     VornSignalHeader header;
     VornU16 errorCode;
     std::uint8_t reserved1[2];
-    char errorText[110]; ///< zero-terminated
+    char errorText[vornRejectTextSize]; ///< zero-terminated
     std::uint8_t reserved2[2];
+
+    char* text() { return errorText; }
 };
 static_assert(sizeof(VornRejectSignal<0>) == 128 && offsetof(VornRejectSignal<0>, errorCode) == 12 &&
               offsetof(VornRejectSignal<0>, errorText) == 16);
+
+/// The same with a text field that reaches to the end; no more of it is written.
+template <std::uint32_t Number>
+struct VornDescribedRejectSignal {
+    static constexpr std::uint32_t number = Number;
+    VornSignalHeader header;
+    VornU16 errorCode; ///< always 1
+    std::uint8_t reserved[2];
+    char description[112]; ///< zero-terminated
+
+    char* text() { return description; }
+};
+static_assert(sizeof(VornDescribedRejectSignal<0>) == 128 && offsetof(VornDescribedRejectSignal<0>, errorCode) == 12 &&
+              offsetof(VornDescribedRejectSignal<0>, description) == 16);

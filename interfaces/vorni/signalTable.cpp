@@ -7,6 +7,7 @@
 #include "vorni/linkSupervision.h"
 #include "vorni/mmi.h"
 #include "vorni/oamState.h"
+#include "vorni/software.h"
 #include "vorni/utc.h"
 
 #include <algorithm>
@@ -37,18 +38,27 @@ constexpr FieldKind kindOf()
             meaning_                                                                                                   \
     }
 
+/// A text that follows the record.
+template <typename Record>
+constexpr FieldInfo textBehindRecord(const char* name, const char* meaning)
+{
+    return {name, static_cast<std::uint16_t>(sizeof(Record)), 0, FieldKind::text, meaning};
+}
+
 constexpr std::span<const FieldInfo> noFields;
 
 // Every reject of the usual form has the fields of this one.
 using AnyReject = VornRejectSignal<0>;
 constexpr std::array rejectFields{VORN_FIELD(AnyReject, errorCode, ""), VORN_FIELD(AnyReject, errorText, "")};
 
+using AnyDescribedReject = VornDescribedRejectSignal<0>;
+constexpr std::array describedRejectFields{VORN_FIELD(AnyDescribedReject, errorCode, "1"),
+                                           VORN_FIELD(AnyDescribedReject, description, "")};
+
 constexpr std::array connEstablishReqFields{
     VORN_FIELD(OmlaVornConnEstablishReqS, protocolRev, "the client's protocol revision")};
 constexpr std::array selectMmiReqFields{VORN_FIELD(OmlaVornSelectMmiReqS, mode, "1 is supported")};
 constexpr std::array setUtcTimeReqFields{VORN_FIELD(OmlaVornSetUtcTimeReqS, utcTime, "passed on untouched")};
-constexpr std::array setUtcTimeRejFields{VORN_FIELD(OmlaVornSetUtcTimeRejS, errorCode, "1"),
-                                         VORN_FIELD(OmlaVornSetUtcTimeRejS, description, "")};
 constexpr std::array auditCfmFields{VORN_FIELD(OmlaVornAuditCfmS, state, "0 starting, 1 operational, 2 disabled")};
 constexpr std::array faultIndFields{VORN_FIELD(OmlaVornFaultIndS, faultId, ""),
                                     VORN_FIELD(OmlaVornFaultIndS, faultDescription, ""),
@@ -61,6 +71,24 @@ constexpr std::array faultWithLabelIndFields{VORN_FIELD(FaultWithLabelIndS, faul
                                              VORN_FIELD(FaultWithLabelIndS, faultCase, "the producer's sub-code"),
                                              VORN_FIELD(FaultWithLabelIndS, recoveryTime, "seconds, 300 at least"),
                                              VORN_FIELD(FaultWithLabelIndS, hwFaultLabel, "may be empty")};
+constexpr std::array loadModuleFields{textBehindRecord<OmlaVornLoadLmcInitReqS>("loadModule", "its name")};
+constexpr std::array loadLmcInitCfmFields{
+    VORN_FIELD(OmlaVornLoadLmcInitCfmS, loadInitResult, "0 data may follow, 1 already loaded, 2 running")};
+constexpr std::array loadLmcDataFields{VORN_FIELD(OmlaVornLoadLmcDataS, lmSeqNr, "the block's number"),
+                                       VORN_FIELD(OmlaVornLoadLmcDataS, noOfBytes, "of the block, which follows")};
+constexpr std::array loadLmcAckFields{VORN_FIELD(OmlaVornLoadLmcAckS, lmSeqNr, "of the block")};
+constexpr std::array loadLmcEndCfmFields{VORN_FIELD(OmlaVornLoadLmcEndCfmS, loadResult, "0 completed, 1 failed")};
+constexpr std::array swCompListDataFields{VORN_FIELD(OmlaVornSwCompListDataS, endFlag, "1 in the last part"),
+                                          VORN_FIELD(OmlaVornSwCompListDataS, noOfBytes, "of the text"),
+                                          textBehindRecord<OmlaVornSwCompListDataS>("text", "a part of the list")};
+constexpr std::array swCompListAckFields{VORN_FIELD(OmlaVornSwCompListAckS, abort, "not 0: no more")};
+constexpr std::array getRunningLmcCfmFields{VORN_FIELD(OmlaVornGetRunningLmcCfmS, loadModule, "its name")};
+using AnyResource = VornResourceSignal<0>;
+constexpr std::array resourceFields{VORN_FIELD(AnyResource, resource, "")};
+using AnyResourceReject = VornResourceRejectSignal<0>;
+constexpr std::array resourceRejectFields{VORN_FIELD(AnyResourceReject, resource, ""),
+                                          VORN_FIELD(AnyResourceReject, errorCode, "1"),
+                                          VORN_FIELD(AnyResourceReject, description, "")};
 constexpr std::array rhuneConnEstablishReqFields{
     VORN_FIELD(RhuneVornConnEstablishReqS, nbrOfSupportedProtocolRev, "the revisions follow, 4 bytes each")};
 constexpr std::array rhuneConnEstablishCfmFields{VORN_FIELD(RhuneVornConnEstablishCfmS, selectedProtocolRevision, "1")};
@@ -111,9 +139,39 @@ const std::array table{
     row<OmlaVornDisableOperationReqS>("OMLA_VORN_DISABLE_OPERATION_REQ", toServer, "VornServerState"),
     row<OmlaVornDisableOperationCfmS>("OMLA_VORN_DISABLE_OPERATION_CFM", toClient, "VornServerState"),
     row<OmlaVornDisableOperationRejS>("OMLA_VORN_DISABLE_OPERATION_REJ", toClient, "VornServerState", rejectFields),
+    row<OmlaVornLoadLmcInitReqS>("OMLA_VORN_LOAD_LMC_INIT_REQ", toServer, "VornServerGanti", loadModuleFields,
+                                 openEnded),
+    row<OmlaVornLoadLmcInitCfmS>("OMLA_VORN_LOAD_LMC_INIT_CFM", toClient, "VornServerGanti", loadLmcInitCfmFields),
+    row<OmlaVornLoadLmcInitRejS>("OMLA_VORN_LOAD_LMC_INIT_REJ", toClient, "VornServerGanti", describedRejectFields),
+    row<OmlaVornLoadLmcDataS>("OMLA_VORN_LOAD_LMC_DATA", toServer, "VornServerGanti", loadLmcDataFields, openEnded),
+    row<OmlaVornLoadLmcAckS>("OMLA_VORN_LOAD_LMC_ACK", toClient, "VornServerGanti", loadLmcAckFields),
+    row<OmlaVornLoadLmcEndReqS>("OMLA_VORN_LOAD_LMC_END_REQ", toServer, "VornServerGanti"),
+    row<OmlaVornLoadLmcEndCfmS>("OMLA_VORN_LOAD_LMC_END_CFM", toClient, "VornServerGanti", loadLmcEndCfmFields),
+    row<OmlaVornLoadLmcEndRejS>("OMLA_VORN_LOAD_LMC_END_REJ", toClient, "VornServerGanti", describedRejectFields),
+    row<OmlaVornSelectLmcReqS>("OMLA_VORN_SELECT_LMC_REQ", toServer, "VornServerGanti", loadModuleFields, openEnded),
+    row<OmlaVornSelectLmcCfmS>("OMLA_VORN_SELECT_LMC_CFM", toClient, "VornServerGanti"),
+    row<OmlaVornSelectLmcRejS>("OMLA_VORN_SELECT_LMC_REJ", toClient, "VornServerGanti", describedRejectFields),
+    row<OmlaVornSwCompListReqS>("OMLA_VORN_SW_COMP_LIST_REQ", toServer, "VornServerGanti"),
+    row<OmlaVornSwCompListCfmS>("OMLA_VORN_SW_COMP_LIST_CFM", toClient, "VornServerGanti"),
+    row<OmlaVornSwCompListRejS>("OMLA_VORN_SW_COMP_LIST_REJ", toClient, "VornServerGanti", describedRejectFields),
+    row<OmlaVornSwCompListDataS>("OMLA_VORN_SW_COMP_LIST_DATA", toClient, "VornServerGanti", swCompListDataFields,
+                                 openEnded),
+    row<OmlaVornSwCompListAckS>("OMLA_VORN_SW_COMP_LIST_ACK", toServer, "VornServerGanti", swCompListAckFields),
+    row<OmlaVornGetRunningLmcReqS>("OMLA_VORN_GET_RUNNING_LMC_REQ", toServer, "VornServerGanti"),
+    row<OmlaVornGetRunningLmcCfmS>("OMLA_VORN_GET_RUNNING_LMC_CFM", toClient, "VornServerGanti",
+                                   getRunningLmcCfmFields),
+    row<OmlaVornGetRunningLmcRejS>("OMLA_VORN_GET_RUNNING_LMC_REJ", toClient, "VornServerGanti", describedRejectFields),
     row<OmlaVornSetUtcTimeReqS>("OMLA_VORN_SET_UTC_TIME_REQ", toServer, "VornServerTime", setUtcTimeReqFields),
     row<OmlaVornSetUtcTimeCfmS>("OMLA_VORN_SET_UTC_TIME_CFM", toClient, "VornServerTime"),
-    row<OmlaVornSetUtcTimeRejS>("OMLA_VORN_SET_UTC_TIME_REJ", toClient, "VornServerTime", setUtcTimeRejFields),
+    row<OmlaVornSetUtcTimeRejS>("OMLA_VORN_SET_UTC_TIME_REJ", toClient, "VornServerTime", describedRejectFields),
+    row<OmlaVornAcquireResourceReqS>("OMLA_VORN_ACQUIRE_RESOURCE_REQ", toServer, "VornServerGanti", resourceFields),
+    row<OmlaVornAcquireResourceCfmS>("OMLA_VORN_ACQUIRE_RESOURCE_CFM", toClient, "VornServerGanti", resourceFields),
+    row<OmlaVornAcquireResourceRejS>("OMLA_VORN_ACQUIRE_RESOURCE_REJ", toClient, "VornServerGanti",
+                                     resourceRejectFields),
+    row<OmlaVornReleaseResourceReqS>("OMLA_VORN_RELEASE_RESOURCE_REQ", toServer, "VornServerGanti", resourceFields),
+    row<OmlaVornReleaseResourceCfmS>("OMLA_VORN_RELEASE_RESOURCE_CFM", toClient, "VornServerGanti", resourceFields),
+    row<OmlaVornReleaseResourceRejS>("OMLA_VORN_RELEASE_RESOURCE_REJ", toClient, "VornServerGanti",
+                                     resourceRejectFields),
     row<FaultWithLabelIndS>("OMLA_VORN_FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", toClient,
                             "VornServerFaultHandling", faultWithLabelIndFields),
     row<OmlaVornSubscribeFaultsWithHwFaultLabelCfmS>("OMLA_VORN_SUBSCRIBE_FAULTS_WITH_HW_FAULT_LABEL_CFM", toClient,
@@ -172,9 +230,15 @@ std::string textUntilZero(std::span<const std::byte> bytes)
     return {text, ::strnlen(text, bytes.size())};
 }
 
+bool isToTheEnd(const FieldInfo& info)
+{
+    return info.size == 0;
+}
+
 FieldValue decodeField(const FieldInfo& info, std::span<const std::byte> signal)
 {
-    const auto bytes = signal.subspan(info.offset, std::min<std::size_t>(info.size, signal.size() - info.offset));
+    const std::size_t left = signal.size() - info.offset;
+    const auto bytes = signal.subspan(info.offset, isToTheEnd(info) ? left : std::min<std::size_t>(info.size, left));
     FieldValue value{.info = &info, .number = 0, .text = {}};
     switch (info.kind) {
     case FieldKind::number:
@@ -261,6 +325,7 @@ DecodedSignal decodeSignal(std::span<const std::byte> bytes, std::size_t maxRest
         for (const FieldInfo& field : decoded.info->fields) {
             if (isIn(field, bytes.size())) {
                 decoded.fields.push_back(decodeField(field, bytes));
+                known = isToTheEnd(field) ? bytes.size() : known;
             }
         }
     }

@@ -21,7 +21,7 @@ enum class FieldKind : std::uint8_t {
 struct FieldInfo {
     const char* name;
     std::uint16_t offset; ///< from the signal's start, bytes
-    std::uint16_t size;   ///< bytes
+    std::uint16_t size;   ///< bytes; 0: to the end of the signal
     FieldKind kind;
     const char* meaning; ///< unit and range; may be empty
 };

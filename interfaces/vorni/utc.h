@@ -16,14 +16,5 @@ static_assert(sizeof(OmlaVornSetUtcTimeReqS) == 16 && offsetof(OmlaVornSetUtcTim
 /// OMLA_VORN_SET_UTC_TIME_CFM: the time is set.
 using OmlaVornSetUtcTimeCfmS = VornPlainSignal<0x1659501>;
 
-/// OMLA_VORN_SET_UTC_TIME_REJ: the time isn't set. Its text field is longer than that of the other rejects; no more of
-/// it is written than of theirs.
-struct OmlaVornSetUtcTimeRejS {
-    static constexpr std::uint32_t number = 0x1659502;
-    VornSignalHeader header;
-    VornU16 errorCode; ///< always 1
-    std::uint8_t reserved[2];
-    char description[112]; ///< zero-terminated, at most 110 bytes are written
-};
-static_assert(sizeof(OmlaVornSetUtcTimeRejS) == 128 && offsetof(OmlaVornSetUtcTimeRejS, errorCode) == 12 &&
-              offsetof(OmlaVornSetUtcTimeRejS, description) == 16);
+/// OMLA_VORN_SET_UTC_TIME_REJ: the time isn't set.
+using OmlaVornSetUtcTimeRejS = VornDescribedRejectSignal<0x1659502>;
