@@ -1,5 +1,6 @@
 #include "gantclient/gantClient.h"
 
+#include "gantclient/gantMessage.h"
 #include "ganti/ganti.pb.h"
 #include "ostinel/eventLoop.h"
 #include "ploe/ploe.h"
@@ -29,21 +30,6 @@ std::string errorText()
     return std::generic_category().message(errno);
 }
 
-template <typename Message>
-constexpr std::uint32_t numberOf()
-{
-    return static_cast<std::uint32_t>(Message::MESSAGE_NUMBER);
-}
-
-/// What is decoded before a fault counts: a body that doesn't parse is a message with the fields that it has.
-template <typename Message>
-Message parse(GANTClient::Body body)
-{
-    Message message;
-    message.ParseFromArray(body.data(), static_cast<int>(body.size()));
-    return message;
-}
-
 /// A request that names its ticket and nothing else.
 template <typename Message>
 Message ofTicket(std::uint32_t ticket)
@@ -63,7 +49,7 @@ GANTClient::~GANTClient()
 template <typename Message>
 std::uint32_t GANTClient::send(std::uint32_t procRef, const Message& message)
 {
-    return sendMsg(numberOf<Message>(), procRef, message);
+    return sendMsg(gantMessageNumber<Message>(), procRef, message);
 }
 
 bool GANTClient::connect(const std::string& address)
@@ -217,15 +203,15 @@ void GANTClient::registerHandlers()
     const auto add = [this](std::uint32_t msgNo, void (GANTClient::*handler)(std::uint32_t, Body)) {
         addMsgHandler(msgNo, [this, handler](std::uint32_t procRef, Body body) { (this->*handler)(procRef, body); });
     };
-    add(numberOf<gant::ConnEstablishCfm>(), &GANTClient::handleConnEstablishCfm);
-    add(numberOf<gant::ConnEstablishRej>(), &GANTClient::handleConnEstablishRej);
-    add(numberOf<gant::GetCapabilitiesCfm>(), &GANTClient::handleGetCapabilitiesCfm);
-    add(numberOf<gant::GetCapabilitiesRej>(), &GANTClient::handleGetCapabilitiesRej);
+    add(gantMessageNumber<gant::ConnEstablishCfm>(), &GANTClient::handleConnEstablishCfm);
+    add(gantMessageNumber<gant::ConnEstablishRej>(), &GANTClient::handleConnEstablishRej);
+    add(gantMessageNumber<gant::GetCapabilitiesCfm>(), &GANTClient::handleGetCapabilitiesCfm);
+    add(gantMessageNumber<gant::GetCapabilitiesRej>(), &GANTClient::handleGetCapabilitiesRej);
 }
 
 void GANTClient::handleConnEstablishCfm(std::uint32_t procRef, Body body)
 {
-    m_selectedProtocolRevision = parse<gant::ConnEstablishCfm>(body).selected_protocol_revision();
+    m_selectedProtocolRevision = parseGantMessage<gant::ConnEstablishCfm>(body).selected_protocol_revision();
     if (getCapabilitiesReq(procRef) != ok) {
         TRACE_INFO("GANTClient::handleConnEstablishCfm() GetCapabilitiesReq failed to sendMsg");
         m_capabilities.clear();
@@ -234,14 +220,14 @@ void GANTClient::handleConnEstablishCfm(std::uint32_t procRef, Body body)
 
 void GANTClient::handleConnEstablishRej(std::uint32_t /*procRef*/, Body body)
 {
-    const auto reject = parse<gant::ConnEstablishRej>(body);
+    const auto reject = parseGantMessage<gant::ConnEstablishRej>(body);
     TRACE_INFO("GANTClient::handleConnEstablishRej() reason({})", static_cast<int>(reject.reason()));
     closeConnection();
 }
 
 void GANTClient::handleGetCapabilitiesCfm(std::uint32_t /*procRef*/, Body body)
 {
-    const auto cfm = parse<gant::GetCapabilitiesCfm>(body);
+    const auto cfm = parseGantMessage<gant::GetCapabilitiesCfm>(body);
     const auto append = [this](auto record) {
         m_capabilities.push_back(std::make_shared<const decltype(record)>(std::move(record)));
     };
@@ -277,7 +263,7 @@ void GANTClient::handleGetCapabilitiesCfm(std::uint32_t /*procRef*/, Body body)
 /// The connection stays: the server counts as connected, without capabilities.
 void GANTClient::handleGetCapabilitiesRej(std::uint32_t /*procRef*/, Body body)
 {
-    const auto reject = parse<gant::GetCapabilitiesRej>(body);
+    const auto reject = parseGantMessage<gant::GetCapabilitiesRej>(body);
     TRACE_INFO("GANTClient::handleGetCapabilitiesRej() reason({})", static_cast<int>(reject.reason()));
     m_capabilities.clear();
 }

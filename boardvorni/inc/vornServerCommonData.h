@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
+class GANTClient;
 class TolmeClient;
 class VornSession;
 class YarrowIClient;
@@ -36,6 +37,7 @@ public:
 
     TolmeClient& getDunlClient();
     TolmeClient& getFeskClient();
+    GANTClient& getGANTClient();
     YarrowIClient& getYarrowIClient();
     VornServer::FaultManagerIf& getFaultManager();
 

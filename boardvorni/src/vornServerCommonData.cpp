@@ -1,6 +1,7 @@
 #include "vornServerCommonData.h"
 
 #include "faultmanager/faultManager.h"
+#include "gantclient/gantClient.h"
 #include "kiv/kiv.h"
 #include "tolmeClient.h"
 #include "vornSession.h"
@@ -42,6 +43,7 @@ auto lookUp(const Map& map, std::uint32_t id)
 struct VornServerCommonData::Impl {
     TolmeClient dunlClient{firstTolmeClientId};
     TolmeClient feskClient{firstTolmeClientId};
+    GANTClient gantClient;
     YarrowIClient yarrowIClient;
     std::unique_ptr<VornServer::FaultManagerIf> faultManager = std::make_unique<VornServer::FaultManager>();
 };
@@ -76,6 +78,11 @@ TolmeClient& VornServerCommonData::getDunlClient()
 TolmeClient& VornServerCommonData::getFeskClient()
 {
     return m_impl->feskClient;
+}
+
+GANTClient& VornServerCommonData::getGANTClient()
+{
+    return m_impl->gantClient;
 }
 
 YarrowIClient& VornServerCommonData::getYarrowIClient()
@@ -181,5 +188,6 @@ void VornServerCommonData::shutdown()
     m_sessions.clear();
     m_impl->dunlClient.disconnect();
     m_impl->feskClient.disconnect();
+    m_impl->gantClient.disconnect();
     m_impl->yarrowIClient.close();
 }

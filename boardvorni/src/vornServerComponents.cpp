@@ -5,6 +5,7 @@
 #include "vornServerDunl.h"
 #include "vornServerFaultHandling.h"
 #include "vornServerFesk.h"
+#include "vornServerGanti.h"
 #include "vornServerLinkSupervision.h"
 #include "vornServerMmiHandling.h"
 #include "vornServerState.h"
@@ -20,6 +21,7 @@ std::vector<std::unique_ptr<VornServerComponent>> makeComponents(VornServerCommo
     components.push_back(std::make_unique<VornServerDunl>(commonData));
     components.push_back(std::make_unique<VornServerFesk>(commonData));
     components.push_back(std::make_unique<VornServerMmiHandling>(commonData));
+    components.push_back(std::make_unique<VornServerGanti>(commonData));
     components.push_back(std::make_unique<VornServerFaultHandling>(commonData));
     components.push_back(std::make_unique<DunlFaultHandler>(commonData));
     components.push_back(std::make_unique<VornServer::Rhune::Rhune>(commonData));

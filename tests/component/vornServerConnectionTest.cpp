@@ -87,7 +87,7 @@ protected:
     }
 };
 
-class PublicationTest : public ::testing::TestWithParam<std::array<int, 4>>
+class PublicationTest : public ::testing::TestWithParam<std::array<int, 5>>
 {
 protected:
     void bring(int which)
@@ -99,6 +99,8 @@ protected:
             return unit.connectFesk();
         case 2:
             return unit.connectYarrowI(false);
+        case 3:
+            return unit.connectGanti();
         default:
             unit.legacy.appear();
             EXPECT_TRUE(RecordedTraces::waitFor("Legacy VORN server was found at mailbox 0x", 0, deadline));
@@ -107,7 +109,7 @@ protected:
     Unit unit;
 };
 
-TEST_P(PublicationTest, when_the_last_of_four_servers_is_there_in_any_order_then_the_server_is_published)
+TEST_P(PublicationTest, when_the_last_of_five_servers_is_there_in_any_order_then_the_server_is_published)
 {
     unit.start();
     for (const int which : GetParam()) {
@@ -122,8 +124,9 @@ TEST_P(PublicationTest, when_the_last_of_four_servers_is_there_in_any_order_then
 }
 
 INSTANTIATE_TEST_SUITE_P(orders, PublicationTest,
-                         ::testing::Values(std::array{0, 1, 2, 3}, std::array{3, 2, 1, 0}, std::array{2, 3, 0, 1},
-                                           std::array{1, 0, 3, 2}));
+                         ::testing::Values(std::array{0, 1, 2, 3, 4}, std::array{4, 3, 2, 1, 0},
+                                           std::array{2, 3, 4, 0, 1}, std::array{1, 0, 3, 4, 2},
+                                           std::array{4, 1, 2, 0, 3}));
 
 TEST_F(VornServerConnectionTest, when_signals_come_before_publication_then_they_are_dropped)
 {
@@ -144,6 +147,7 @@ TEST_F(VornServerConnectionTest, when_the_public_name_is_taken_then_the_next_rea
     Peer thief{unit.post, "VornServer"};
     thief.appear();
     unit.start();
+    unit.connectGanti();
     unit.connectDunl();
     unit.connectFesk();
     unit.connectYarrowI();

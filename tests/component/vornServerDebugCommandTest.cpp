@@ -52,10 +52,13 @@ TEST_F(VornServerDebugCommandTest, when_components_are_not_ready_then_they_are_l
     EXPECT_EQ(
         notReady.second.find("The following component(s) are not ready to publish\nVornServerDunl\nVornServerFesk\n"),
         0U);
+    EXPECT_NE(notReady.second.find("\nVornServerGanti\n"), std::string::npos);
     EXPECT_NE(notReady.second.find("\nVornServerYarrowI\n\n"), std::string::npos);
     EXPECT_EQ(notReady.second.find("VornServerTime"), std::string::npos);
     unit.connectFesk();
+    unit.connectGanti();
     unit.settle();
+    EXPECT_EQ(ready().second.find("VornServerGanti"), std::string::npos);
     EXPECT_EQ(ready().second.find("VornServerFesk"), std::string::npos);
 }
 
@@ -70,6 +73,7 @@ TEST_F(VornServerDebugCommandTest, when_sessions_are_listed_then_the_legacy_serv
     unit.start();
     const auto sessions = [this] { return run({"vornsrv", "all", "sessions"}); };
     EXPECT_EQ(sessions(), std::pair(0, std::string()));
+    unit.connectGanti();
     unit.legacy.appear();
     unit.connectDunl();
     unit.connectFesk();

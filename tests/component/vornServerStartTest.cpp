@@ -1,5 +1,6 @@
 /// Start, the order of messages, and the exit message.
 
+#include "ganti/ganti.pb.h"
 #include "unit.h"
 #include "vornServerCmdHandler.h"
 #include "vornServerImpl.h"
@@ -7,6 +8,8 @@
 #include "vorni/connection.h"
 #include "vorni/linkSupervision.h"
 #include "vorni/mmi.h"
+
+#include <fmt/format.h>
 
 using namespace TestUnit;
 using VornTrace::RecordedTraces;
@@ -56,11 +59,50 @@ TEST_F(VornServerStartTest, when_the_fault_managers_command_is_taken_then_the_se
         bool handleCommand(const std::vector<std::string>&, std::ostream&) override { return false; }
     } other;
     ASSERT_TRUE(VornServerUlmo::getInstance().registerCmdHandler("fm", &other));
+    unit.ganti.appear();
     EXPECT_EQ(unit.server->start(), 0);
     EXPECT_TRUE(RecordedTraces::waitFor("Failed to register signal handlers!", 0, deadline));
     EXPECT_TRUE(RecordedTraces::has("\"fm\" is already registered"));
     EXPECT_TRUE(RecordedTraces::has("VornServer Fault Manager has failed to init"));
     VornServerUlmo::getInstance().unregisterCmdHandler("fm");
+}
+
+TEST_F(VornServerStartTest, when_there_is_no_software_manager_then_five_attempts_are_made_and_the_server_does_not_start)
+{
+    EXPECT_EQ(unit.server->start(), 0);
+    EXPECT_TRUE(RecordedTraces::waitFor("Failed to register signal handlers!", 0, deadline));
+    EXPECT_EQ(RecordedTraces::count("GANTClient::connEstablishReq() PLOE connection to GANTI Server was unsuccessful."),
+              5U);
+    EXPECT_TRUE(RecordedTraces::has("GANTI component: the GANTI client failed to send connEstablishReq."));
+    EXPECT_TRUE(RecordedTraces::has("VornServer component VornServerGanti has failed to init"));
+}
+
+TEST_F(VornServerStartTest, when_the_software_manager_comes_while_the_server_starts_then_it_is_connected)
+{
+    EXPECT_EQ(unit.server->start(), 0);
+    EXPECT_TRUE(RecordedTraces::waitFor(
+        "GANTClient::connEstablishReq() PLOE connection to GANTI Server was unsuccessful.", 0, deadline));
+    unit.ganti.appear();
+    unit.connectGanti();
+    unit.settle();
+    EXPECT_TRUE(RecordedTraces::has("GANTClient::handleGetCapabilitiesCfm() readyForPublicAccess()"));
+    EXPECT_FALSE(RecordedTraces::has("Failed to register signal handlers!"));
+}
+
+TEST_F(VornServerStartTest, when_the_software_manager_sends_many_frames_then_the_unit_has_settled_behind_the_last)
+{
+    unit.start();
+    unit.connectGanti();
+    constexpr std::uint32_t count = 500;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        unit.ganti.send(i, gant::ConnEstablishReq()); // which is the other side's to send
+    }
+    unit.settle();
+    EXPECT_TRUE(RecordedTraces::has(
+        fmt::format("GANTClient: receiveHandler() msgHandler unhandled msgNo(0x1), procRef(0x{:x})", count - 1)));
+    unit.ganti.die();
+    unit.settle();
+    EXPECT_TRUE(RecordedTraces::has("PLOE connection closed by GANTI Server."));
 }
 
 TEST_F(VornServerStartTest, when_many_signals_come_at_once_then_they_are_answered_in_order)

@@ -277,6 +277,7 @@ TEST_F(VornServerYarrowITest, when_states_and_statuses_come_then_the_client_gets
 TEST_F(VornServerYarrowITest, when_the_unit_has_no_deep_sleep_then_requests_are_rejected_here)
 {
     unit.start();
+    unit.connectGanti();
     unit.legacy.appear();
     unit.connectDunl();
     unit.connectFesk();

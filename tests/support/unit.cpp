@@ -4,6 +4,7 @@
 #include "dunl/numbers.h"
 #include "fesk/fesk.pb.h"
 #include "fesk/numbers.h"
+#include "ganti/ganti.pb.h"
 #include "ostinel/commandClient.h"
 #include "vornServerImpl.h"
 #include "vorni/connection.h"
@@ -137,7 +138,8 @@ std::uint32_t Client::publicMbox() const
     return kiv_locate("VornServer");
 }
 
-Unit::Unit() : server(std::make_unique<VornServerImpl>())
+Unit::Unit()
+    : gantiCapabilities(std::make_unique<gant::GetCapabilitiesCfm>()), server(std::make_unique<VornServerImpl>())
 {
     m_probe.appear();
 }
@@ -154,6 +156,9 @@ std::uint32_t Unit::privateMbox() const
 
 void Unit::start()
 {
+    if (!ganti.isThere()) {
+        ganti.appear();
+    }
     const auto mark = VornTrace::RecordedTraces::mark();
     if (server->start() != 0 || !VornTrace::RecordedTraces::waitFor("Published server: ", mark, deadline)) {
         throw StepFailed("the server doesn't start");
@@ -161,7 +166,22 @@ void Unit::start()
     settle();
 }
 
+// The server takes one message at a time, in turn from its mailbox and from the software manager's socket, so that an
+// answer to the probe alone says nothing about the socket. Once the socket's last message is taken, it does: the server
+// has to come back from handling that before it sees the probe.
 void Unit::settle()
+{
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!ganti.isAllTaken()) {
+        if (std::chrono::steady_clock::now() > end) {
+            throw StepFailed("the server doesn't take what the software manager has sent");
+        }
+        makeRoundTrip();
+    }
+    makeRoundTrip();
+}
+
+void Unit::makeRoundTrip()
 {
     m_probe.sendTo<OmlaVornLinkSupervisionReqS>(privateMbox(), [](auto&) {});
     m_probe.expect<OmlaVornLinkSupervisionRejS>();
@@ -170,6 +190,7 @@ void Unit::settle()
 void Unit::bringUp()
 {
     start();
+    connectGanti();
     legacy.appear();
     connectDunl();
     connectFesk();
@@ -178,6 +199,14 @@ void Unit::bringUp()
     if (kiv_locate("VornServer") == KIV_NO_MBOX) {
         throw StepFailed("the server isn't published");
     }
+}
+
+void Unit::connectGanti()
+{
+    gant::ConnEstablishCfm cfm;
+    cfm.set_selected_protocol_revision(1);
+    ganti.expect<gant::ConnEstablishReq>().reply(cfm);
+    ganti.expect<gant::GetCapabilitiesReq>().reply(*gantiCapabilities);
 }
 
 void Unit::connectDunl()
@@ -244,7 +273,7 @@ Client& Unit::addClient(std::uint32_t serverRef)
 
 void Unit::requestConnection(Client& client)
 {
-    client.send<OmlaVornConnEstablishReqS>([](auto& request) { request.protocolRev = 3; });
+    client.send<OmlaVornConnEstablishReqS>([this](auto& request) { request.protocolRev = protocolRev; });
     legacy.expect<OmlaVornConnEstablishReqS>();
     client.fwdMbox = legacy.lastSender;
     legacy.clientRef = client.clientRef;

@@ -8,12 +8,15 @@
 ///     request.reply(tolme::dunl::MsgNo::SetUtcTimeCfm, tolme::dunl::SetUtcTimeCfm());
 ///     client.expect<OmlaVornSetUtcTimeCfmS>();
 ///
-/// All peers are clones of one mailbox of the test's thread, so that a test is one sequence of steps. Nothing sleeps: a
-/// step waits for its message with a deadline, and settle() tells that the server has handled all that it was sent.
+/// All peers are clones of one mailbox of the test's thread, and the software manager is a socket that only the steps
+/// read, so that a test is one sequence of steps. Nothing sleeps: a step waits for its message with a deadline, and
+/// settle() tells that the server has handled all that it was sent.
 #pragma once
 
+#include "gantiServer.h"
 #include "kiv/kiv.h"
 #include "messageNumber.h"
+#include "step.h"
 #include "trace/recordedTraces.h"
 #include "vorni/access.h"
 #include "vorni/signalTable.h"
@@ -29,20 +32,15 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 class VornServerImpl;
+namespace gant {
+class GetCapabilitiesCfm;
+}
 
 namespace TestUnit {
-
-constexpr std::chrono::seconds deadline{10};
-
-/// Ends a test whose step didn't get what it waits for.
-struct StepFailed : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 /// A received message; frees itself.
 class Received
@@ -232,11 +230,13 @@ public:
     Unit(const Unit&) = delete;
     Unit& operator=(const Unit&) = delete;
 
-    /// Starts the server and waits until it is initialised.
+    /// Starts the server and waits until it is initialised. The software manager is there before, or it never would be;
+    /// a test in which it comes late or not at all starts `server` itself.
     void start();
     /// start, and all servers there and connected: the server is published.
     void bringUp();
     // The steps of it.
+    void connectGanti();
     void connectDunl();
     void connectFesk();
     void connectYarrowI(bool deepSleepSupported = true);
@@ -253,7 +253,7 @@ public:
     /// All of it: a client that has got its confirmation.
     Client& connect(std::uint32_t serverRef = 7);
 
-    /// Returns when the server has handled all that it was sent before.
+    /// Returns when the server has handled all that it was sent before, by the mailboxes and by the software manager.
     void settle();
     /// What a command prints; its exit code in `exitCode`.
     std::string command(const std::vector<std::string>& words, int& exitCode);
@@ -263,14 +263,20 @@ public:
     Post post;
     /// What the DUNL server says that it can do: values of tolme::dunl::Capability. To be set before it connects.
     std::vector<int> dunlCapabilities;
+    /// What the software manager says that it can do; nothing at first. To be filled before it is connected.
+    std::unique_ptr<gant::GetCapabilitiesCfm> gantiCapabilities;
+    std::uint16_t protocolRev = 3; ///< in the clients' connection requests
 
     VorniPeer legacy{post, "LegacyVornServer"};
     BoardServer dunl{post, "DunlServer"};
     BoardServer fesk{post, "FeskServer"};
     BoardServer yarrowi{post, "YarrowIServer"};
+    GantiServer ganti;
     std::unique_ptr<VornServerImpl> server;
 
 private:
+    void makeRoundTrip();
+
     VorniPeer m_probe{post, "probe"};
     std::list<Client> m_clients;
     bool m_isConnectivityKnown = false;
