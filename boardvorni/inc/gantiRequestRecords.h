@@ -1,6 +1,7 @@
 /// The exchanges with the software manager that are in progress.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -16,8 +17,8 @@ struct GantiRequestRecord {
     std::uint32_t ticket = 0;       ///< 0 until it is known
     std::uint32_t mbox = 0;         ///< where the answers go
     std::uint32_t endClientRef = 0; ///< clientRef of the signal that ended the record; of a block its lmSeqNr
-    std::string text{};              ///< the load module; of a software list the text that is still to be sent
-    std::string runningSw{};         ///< name of the running software
+    std::string text{};             ///< the load module; of a software list the text that is still to be sent
+    std::string runningSw{};        ///< name of the running software
 };
 
 /// The records in the order of their creation; a search finds the first. They are few. What a search gives is valid

@@ -15,7 +15,7 @@
 /// for it. Speaks with the software manager, and with the DUNL server about what software needs of the hardware.
 ///
 /// Each exchange with the software manager is a record, which an answer finds by its references. Nothing is supervised:
-/// an exchange that isn't answered stays until its client goes.
+/// an exchange that isn't answered stays. With a client go its open loads, its lists and its tickets; the rest stays.
 ///
 /// The procedures are in files of their own: vornServerGantiTickets.cpp, vornServerGantiLoad.cpp,
 /// vornServerGantiSelect.cpp, vornServerGantiSoftwareList.cpp and vornServerGantiRunning.cpp.
@@ -52,7 +52,7 @@ private:
     void confirmResource(const GantiRequestRecord& record, std::uint32_t clientRef);
     template <typename Reject>
     void rejectResource(const GantiRequestRecord& record, std::uint32_t clientRef, const char* text);
-    void auBootAcquireResourceReq(std::uint32_t clientRef, std::uint32_t serverRef, std::uint32_t mboxId);
+    bool auBootAcquireResourceReq(std::uint32_t clientRef, std::uint32_t serverRef, std::uint32_t mboxId);
     bool isAuBootClient(std::uint32_t mboxId) const;
     void onVornSessionLostGanti(const VornSession& session);
     bool endProcedure(const GantiRequestRecord& record);
@@ -91,6 +91,7 @@ private:
     void handleSwCompListRej(GantiRequestRecord& record, const gant::SwCompListRej& rej);
     void handleSwCompListData(GantiRequestRecord& record, const gant::SwCompListData& data);
     void handleSwCompListAck(const MessagePtr& msg);
+    void sendNextPart(GantiRequestRecord& record);
     void sendListPart(const GantiRequestRecord& record, const std::string& part, bool isLast);
     bool isGsmIruList(const GantiRequestRecord& record) const;
     void parseSwCompListForGsmIru(GantiRequestRecord& record);

@@ -93,10 +93,15 @@ bool VornServerGanti::init()
 
 bool VornServerGanti::connectToSoftwareManager()
 {
+    const auto onReady = [] {
+        if (areComponentsReadyToPublish) {
+            areComponentsReadyToPublish();
+        }
+    };
     const std::string address = gant::ServerMetadata().name();
     for (int attempt = 0; attempt < connectAttempts; ++attempt) {
-        if (m_client.connEstablishReq([] { areComponentsReadyToPublish(); }, m_records.lastProcRef(), address,
-                                      {protocolRevision}) == GANTClient::ok) {
+        if (m_client.connEstablishReq(onReady, m_records.lastProcRef(), address, {protocolRevision}) ==
+            GANTClient::ok) {
             return true;
         }
         std::this_thread::sleep_for(connectPause);

@@ -7,6 +7,8 @@
 #include "vornServerGanti.h"
 #include "vorni/software.h"
 
+#include <utility>
+
 using namespace tolme;
 
 namespace {
@@ -109,15 +111,15 @@ void VornServerGanti::handleLoadLmcData(const MessagePtr& msg)
     if (signal == nullptr) {
         return;
     }
+    const VornSignalHeader& header = signal->header;
+    const auto* load = m_records.findRequest(OmlaVornLoadLmcInitReqS::number, header.serverRef);
+    if (load == nullptr) {
+        return;
+    }
     const auto data = bytesBehind<OmlaVornLoadLmcDataS>(*msg);
     if (signal->noOfBytes > data.size()) {
         TRACE_INFO("ABN: noOfBytes({}) is more than the {} bytes of data. Ignoring it.", signal->noOfBytes.value(),
                    data.size());
-        return;
-    }
-    const VornSignalHeader& header = signal->header;
-    const auto* load = m_records.findRequest(OmlaVornLoadLmcInitReqS::number, header.serverRef);
-    if (load == nullptr) {
         return;
     }
     const GantiRequestRecord& record = m_records.append({.req = header.sigNo,

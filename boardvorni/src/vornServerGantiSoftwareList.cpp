@@ -53,7 +53,7 @@ void VornServerGanti::handleSwCompListData(GantiRequestRecord& record, const gan
     std::string part = data.data();
     if (!sarnaReadPid().empty()) {
         TRACE_INFO("Updating SwCompList due to manipulated PID");
-        markPreinstalled(part);
+        markPreinstalled(part); // where it throws, the part is dropped and the list stays open
     }
     sendListPart(record, part, data.end());
 }
@@ -69,6 +69,17 @@ void VornServerGanti::sendListPart(const GantiRequestRecord& record, const std::
                                         part.size() + OmlaVornSwCompListDataS::slack);
 }
 
+/// Of a list that is rewritten: of what there is, so that a client that doesn't wait for the first part gets it as it
+/// came.
+void VornServerGanti::sendNextPart(GantiRequestRecord& record)
+{
+    if (!record.text.empty()) {
+        const std::string part = takePart(record.text);
+        record.resource = record.text.empty() ? 1 : 0;
+        sendListPart(record, part, record.resource != 0);
+    }
+}
+
 /// The client wants the next part, or no more.
 void VornServerGanti::handleSwCompListAck(const MessagePtr& msg)
 {
@@ -81,12 +92,11 @@ void VornServerGanti::handleSwCompListAck(const MessagePtr& msg)
     const bool isAborted = signal->abort != 0;
     if (!isGsmIruList(*record)) {
         m_client.swCompListAck(record->procRef, record->ticket, isAborted);
-    } else if (!isAborted && record->text.empty() && record->resource == 0) {
-        return; // the software manager isn't through yet
-    } else if (!isAborted && !record->text.empty()) {
-        const std::string part = takePart(record->text);
-        record->resource = record->text.empty() ? 1 : 0;
-        sendListPart(*record, part, record->resource != 0);
+    } else if (!isAborted) { // the software manager isn't told of an abort here
+        if (record->text.empty() && record->resource == 0) {
+            return; // it isn't through yet
+        }
+        sendNextPart(*record);
     }
     if (record->resource != 0 || isAborted) {
         m_records.remove(*record);
@@ -97,7 +107,7 @@ void VornServerGanti::handleSwCompListAck(const MessagePtr& msg)
 void VornServerGanti::parseSwCompListForGsmIru(GantiRequestRecord& record)
 {
     TRACE_INFO("VornServer:parseSwCompListForGsmIru with misc={} and misc_1={}", record.text, record.runningSw);
-    rewriteForGsmIru(record.text, record.runningSw);
+    rewriteForGsmIru(record.text, record.runningSw); // where it throws, the list stays open as it came
     if (!record.text.empty()) {
         const std::string part = takePart(record.text);
         sendListPart(record, part, record.text.empty());

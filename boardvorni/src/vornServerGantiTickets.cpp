@@ -5,6 +5,8 @@
 #include "vornSession.h"
 #include "vorni/software.h"
 
+#include <utility>
+
 namespace {
 
 constexpr std::uint16_t auBootResource = 1;
@@ -112,19 +114,21 @@ bool VornServerGanti::isAuBootClient(std::uint32_t mboxId) const
     return session != nullptr && session->getProtocolRev() == auBootProtocolRev;
 }
 
-/// Asks as the client would have. Its request, whose record comes next, finds the ticket by its place.
-void VornServerGanti::auBootAcquireResourceReq(std::uint32_t clientRef, std::uint32_t serverRef, std::uint32_t mboxId)
+/// Asks as the client would have. The caller's record of the request comes next, so that its procRef is the one behind
+/// this one's: by that the grant finds it.
+bool VornServerGanti::auBootAcquireResourceReq(std::uint32_t clientRef, std::uint32_t serverRef, std::uint32_t mboxId)
 {
     kiv_msg* msg = kiv_alloc(sizeof(OmlaVornAcquireResourceReqS), OmlaVornAcquireResourceReqS::number);
     const MessagePtr request(msg, kiv_free);
     auto* signal = viewSignal<OmlaVornAcquireResourceReqS>(msg);
     if (signal == nullptr) {
-        return;
+        return false;
     }
     signal->header.setReferences(clientRef, serverRef);
     signal->resource = auBootResource;
     handleAcquireResourceReq(request);
     m_records.last().mbox = mboxId; // a signal that was never sent has no sender
+    return true;
 }
 
 bool VornServerGanti::requestUnderTicket(const MessagePtr& msg, const std::string& text)
@@ -141,12 +145,13 @@ bool VornServerGanti::requestUnderTicket(const MessagePtr& msg, const std::strin
         sendUnderTicket(m_records.append(request));
         return true;
     }
-    if (isAuBootClient(sender)) {
-        auBootAcquireResourceReq(header.clientRef, header.serverRef, sender);
-        m_records.append(request);
-        return true;
+    if (!isAuBootClient(sender)) {
+        return false;
     }
-    return false;
+    if (auBootAcquireResourceReq(header.clientRef, header.serverRef, sender)) {
+        m_records.append(request); // nothing may come between
+    }
+    return true;
 }
 
 void VornServerGanti::sendUnderTicket(const GantiRequestRecord& record)

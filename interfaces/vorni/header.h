@@ -54,7 +54,8 @@ struct VornRejectSignal {
 static_assert(sizeof(VornRejectSignal<0>) == 128 && offsetof(VornRejectSignal<0>, errorCode) == 12 &&
               offsetof(VornRejectSignal<0>, errorText) == 16);
 
-/// The same with a text field that reaches to the end; no more of it is written.
+/// The same with a text field that reaches to the end, of which `vornRejectTextSize` bytes are written, as in the
+/// other.
 template <std::uint32_t Number>
 struct VornDescribedRejectSignal {
     static constexpr std::uint32_t number = Number;

@@ -84,8 +84,8 @@ using OmlaVornSwCompListRejS = VornDescribedRejectSignal<0x1658810>;
 /// OMLA_VORN_SW_COMP_LIST_DATA: a part of the list.
 struct OmlaVornSwCompListDataS {
     static constexpr std::uint32_t number = 0x1658811;
-    static constexpr std::size_t slack =
-        3; ///< bytes that the signal is longer than its text; the text's zero is the first
+    /// Bytes that the signal is longer than its text; the text's zero is the first.
+    static constexpr std::size_t slack = 3;
     VornSignalHeader header;
     VornU32 endFlag;   ///< 1 in the last part, else 0
     VornU32 noOfBytes; ///< of the text, which follows
