@@ -2,6 +2,7 @@
 
 #include "tools/boardsim/dunl/dunlServer.h"
 #include "tools/boardsim/fesk/feskServer.h"
+#include "tools/boardsim/ganti/gantiServer.h"
 #include "tools/boardsim/legacy/legacyServer.h"
 #include "tools/boardsim/yarrowi/yarrowiServer.h"
 
@@ -29,10 +30,8 @@ struct Entry {
     std::unique_ptr<Server> (*make)();
 };
 constexpr Entry entries[] = {
-    {"legacy", make<LegacyServer>},
-    {"dunl", make<DunlServer>},
-    {"fesk", make<FeskServer>},
-    {"yarrowi", make<YarrowiServer>},
+    {"legacy", make<LegacyServer>},   {"dunl", make<DunlServer>},   {"fesk", make<FeskServer>},
+    {"yarrowi", make<YarrowiServer>}, {"ganti", make<GantiServer>},
 };
 
 std::string scalarText(const Json& value)
@@ -77,8 +76,9 @@ constexpr const char* helpNotes = R"(
 A message goes by its name, SetUtcTimeReq or OMLA_VORN_CONN_ESTABLISH_REQ, a legacy signal without a name by its number,
 0x1658100; "all" stands for every message without a rule of its own. A rule holds for the next <count> messages, without
 a count until it is taken back, and replaces the message's earlier one. <fields> are those of the answer in protobuf's
-text form, as in "reject_reason: MAX_NUMBER_OF_CONNECTIONS_EXCEEDED"; of the legacy server, the reject's text. A message
-that the interface has no reject for is left unanswered by "reject all".
+text form, as in "reject_reason: MAX_NUMBER_OF_CONNECTIONS_EXCEEDED", or "none" for an answer without any; of the legacy
+server, the reject's text. A protobuf message's count may stand behind the fields too. A message that the interface has no reject for is left unanswered by
+"reject all".
 Settings and rules outlive a stop of their server; they may be made while it is stopped.
 )";
 

@@ -326,7 +326,7 @@ TEST_F(BoardSimTest, a_command_that_cant_be_done_says_why_and_changes_nothing)
                              "dunl reject all error: 1",
                              "dunl capabilities",
                              "dunl capabilities NO_SUCH",
-                             "dunl reject GetProductInfoReq",
+                             "dunl reject SetUtcTimeReq none at all",
                              "yarrowi reject DeepSleepStatusInd",
                              "yarrowi reject ConnectionClosedownReq",
                              "yarrowi state ASLEEP",

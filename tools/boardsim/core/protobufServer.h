@@ -10,31 +10,26 @@
 #pragma once
 
 #include "tools/boardsim/core/kivServer.h"
-
-#include "messageNumber.h"
+#include "tools/boardsim/core/requestTable.h"
+#include "tools/boardsim/core/revisionSetting.h"
 
 #include <functional>
-#include <google/protobuf/message.h>
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <vector>
 
 namespace boardsim {
 
-using google::protobuf::Message;
-
 /// A client's connection.
 struct Connection {
     std::uint32_t ref = 0;       ///< the server's reference
     std::uint32_t clientRef = 0; ///< the client's
     kiv_mbox_id_t client = KIV_NO_MBOX;
+    std::uint32_t procedureRef = 0; ///< while a request is handled: the request's
 };
-
-enum class Verdict { confirm, reject };
 
 /// Sends an unsolicited message on a connection.
 using Indicate = std::function<void(const Connection&, const Message&)>;
@@ -53,15 +48,6 @@ public:
 
     /// The group's own commands.
     virtual std::vector<CommandRow> commands() { return {}; }
-};
-
-/// What a confirm selects: the revision that both sides speak, or what a command says.
-struct RevisionSetting {
-    bool isNegotiated = true;
-    std::optional<std::uint32_t> fixed; ///< nothing: the field is left out
-
-    void set(const Words& args); ///< "<n>", "absent" or "normal"
-    std::string text() const;
 };
 
 class ProtobufServer : public KivServer
@@ -92,32 +78,18 @@ protected:
     template <typename Req, typename Group, typename Cfm>
     void on(Group& group, void (Group::*handler)(const Connection&, const Req&, Cfm&));
 
-    /// A request that is counted and has no answer.
-    template <typename Req>
-    void onUnanswered();
-
     template <typename Ind>
     void indicates();
 
+    /// Of messages that nobody has asked for.
     Indicate indicator();
+
+    /// Of messages that belong to a request, whose reference they echo: the connection is that which its handler got.
+    Indicate requestIndicator();
 
     void showState(Json& server) const override;
 
 private:
-    enum class Purpose { connect, request, disconnect, unanswered };
-
-    /// One line of the request table.
-    struct Request {
-        Purpose purpose = Purpose::request;
-        std::string name;
-        std::uint32_t number = 0;
-        const Message* request = nullptr; ///< prototypes; an answer that the interface doesn't have is null
-        const Message* confirm = nullptr;
-        const Message* reject = nullptr;
-        std::function<void(Message& reject)> prepareReject;
-        std::function<Verdict(const Connection&, const Message& request, Message& confirm, Message* reject)> handle;
-    };
-
     struct Incoming {
         std::uint32_t procedureRef;
         std::uint32_t connectionRef;
@@ -125,37 +97,25 @@ private:
         std::shared_ptr<Message> body;
     };
 
-    template <typename Req>
-    Request row(Purpose purpose) const;
-    Request row(Purpose purpose, const Message& request) const;
-    void enter(Request request);
-
     void receive(const std::shared_ptr<kiv_msg>& msg) override;
     void clientLost(kiv_mbox_id_t client) override;
     void dropState() override;
     void checkRule(const std::string& message, const Rule& rule) const override;
 
-    Answer makeAnswer(const Request& request, const Incoming& incoming, const Rule& rule);
-    Answer answer(const Request& request, const Incoming& incoming, Connection connection, const Rule& rule);
-    Answer confirmed(const Request& request, const Incoming& incoming, const Connection& connection,
-                     std::shared_ptr<Message> confirm, const Rule& rule);
-    std::unique_ptr<Message> newReject(const Request& request) const;
+    Answer makeAnswer(const RequestRow& request, const Incoming& incoming, const Rule& rule);
+    Answer answer(const RequestRow& request, const Incoming& incoming, const Connection& connection, const Rule& rule);
+    Answer confirmed(const RequestRow& request, const Incoming& incoming, const Connection& connection,
+                     std::shared_ptr<Message> confirm);
+    void indicate(const Connection& connection, std::uint32_t procedureRef, const Message& message);
     Answer toSend(std::uint32_t procedureRef, std::uint32_t connectionRef, kiv_mbox_id_t client,
                   std::shared_ptr<const Message> body);
 
     const Connection* openConnection(const Incoming& incoming);
     void closeConnections(const std::function<bool(const Connection&)>& concerned);
 
-    bool agreesOn(std::span<const std::uint32_t> offeredRevisions) const;
-    std::optional<std::uint32_t> selectedRevision() const;
-
-    const Request* findRequest(const std::string& name) const;
-    std::uint32_t numberOf(const Message& message) const;
     void addConnectionCommands();
 
-    std::span<const MessageNumber> m_numbers;
-    std::map<std::uint32_t, Request> m_requests;
-    std::set<std::string> m_indications;
+    RequestTable<const Connection> m_table;
     std::vector<ProtobufProcedures*> m_groups;
 
     // Settings.
@@ -167,83 +127,53 @@ private:
     std::uint32_t m_lastRef;
 };
 
-template <typename Req>
-ProtobufServer::Request ProtobufServer::row(Purpose purpose) const
-{
-    return row(purpose, Req::default_instance());
-}
-
 template <typename Req, typename Cfm, typename Rej>
 void ProtobufServer::onConnect()
 {
-    Request request = row<Req>(Purpose::connect);
-    request.confirm = &Cfm::default_instance();
-    request.reject = &Rej::default_instance();
-    request.prepareReject = [](Message& reject) {
-        static_cast<Rej&>(reject).set_reject_reason(Rej::NO_SUPPORTED_PROTOCOL_REVISION);
-    };
-    request.handle = [this](const Connection&, const Message& req, Message& cfm, Message* rej) {
-        const auto& offered = static_cast<const Req&>(req).protocol_revision();
-        if (!agreesOn({offered.data(), static_cast<std::size_t>(offered.size())})) {
-            return Verdict::reject;
-        }
-        if (m_connections.size() >= m_limit) {
-            static_cast<Rej*>(rej)->set_reject_reason(Rej::MAX_NUMBER_OF_CONNECTIONS_EXCEEDED);
-            return Verdict::reject;
-        }
-        if (const auto revision = selectedRevision()) {
-            static_cast<Cfm&>(cfm).set_selected_protocol_revision(*revision);
-        }
-        return Verdict::confirm;
-    };
-    enter(std::move(request));
+    m_table.on<Req, Cfm, Rej>(
+        Purpose::connect,
+        [this](const Connection&, const Message& request, Message* confirm, Message* reject) {
+            const auto& offered = static_cast<const Req&>(request).protocol_revision();
+            if (!m_revision.agreesOn({offered.data(), static_cast<std::size_t>(offered.size())})) {
+                return Verdict::reject;
+            }
+            if (m_connections.size() >= m_limit) {
+                static_cast<Rej*>(reject)->set_reject_reason(Rej::MAX_NUMBER_OF_CONNECTIONS_EXCEEDED);
+                return Verdict::reject;
+            }
+            if (const auto revision = m_revision.selected()) {
+                static_cast<Cfm*>(confirm)->set_selected_protocol_revision(*revision);
+            }
+            return Verdict::confirm;
+        },
+        {},
+        [](const Message&, Message& reject) {
+            static_cast<Rej&>(reject).set_reject_reason(Rej::NO_SUPPORTED_PROTOCOL_REVISION);
+        });
 }
 
 template <typename Req, typename Cfm>
 void ProtobufServer::onDisconnect()
 {
-    Request request = row<Req>(Purpose::disconnect);
-    request.confirm = &Cfm::default_instance();
-    request.handle = [](const Connection&, const Message&, Message&, Message*) { return Verdict::confirm; };
-    enter(std::move(request));
+    m_table.on(Purpose::disconnect, Req::default_instance(), &Cfm::default_instance());
 }
 
 template <typename Req, typename Group, typename Cfm, typename Rej>
 void ProtobufServer::on(Group& group, Verdict (Group::*handler)(const Connection&, const Req&, Cfm&, Rej&))
 {
-    Request request = row<Req>(Purpose::request);
-    request.confirm = &Cfm::default_instance();
-    request.reject = &Rej::default_instance();
-    request.prepareReject = [&group](Message& reject) { group.prepareReject(reject); };
-    request.handle = [&group, handler](const Connection& connection, const Message& req, Message& cfm, Message* rej) {
-        return (group.*handler)(connection, static_cast<const Req&>(req), static_cast<Cfm&>(cfm),
-                                static_cast<Rej&>(*rej));
-    };
-    enter(std::move(request));
+    m_table.on(group, handler, {}, [&group](const Message&, Message& reject) { group.prepareReject(reject); });
 }
 
 template <typename Req, typename Group, typename Cfm>
 void ProtobufServer::on(Group& group, void (Group::*handler)(const Connection&, const Req&, Cfm&))
 {
-    Request request = row<Req>(Purpose::request);
-    request.confirm = &Cfm::default_instance();
-    request.handle = [&group, handler](const Connection& connection, const Message& req, Message& cfm, Message*) {
-        (group.*handler)(connection, static_cast<const Req&>(req), static_cast<Cfm&>(cfm));
-        return Verdict::confirm;
-    };
-    enter(std::move(request));
-}
-
-template <typename Req>
-void ProtobufServer::onUnanswered()
-{
-    enter(row<Req>(Purpose::unanswered));
+    m_table.on(group, handler, {});
 }
 
 template <typename Ind>
 void ProtobufServer::indicates()
 {
-    m_indications.insert(Ind::descriptor()->name());
+    m_table.indicates<Ind>();
 }
 
 } // namespace boardsim

@@ -220,13 +220,35 @@ void Server::setRule(RuleKind kind, const Words& args, std::ostream& out)
         rule.fields = joinWords(args, next);
     }
     const std::string message = ruleName(args[0]);
-    if (message != FaultRules::all) {
+    if (message == FaultRules::all) {
+        if (rule.fields) {
+            throw CommandError("fields are those of one message");
+        }
+    } else if (!takeCountBehindFields(message, rule)) {
         checkRule(message, rule);
-    } else if (rule.fields) {
-        throw CommandError("fields are those of one message");
     }
     out << m_name << ": " << message << ' ' << describe(rule) << '\n';
     m_rules.set(message, std::move(rule));
+}
+
+/// "<fields> <count>": the other order of the two, where the number can't be one of the fields.
+bool Server::takeCountBehindFields(const std::string& message, Rule& rule) const
+{
+    const std::size_t blank = rule.fields ? rule.fields->rfind(' ') : std::string::npos;
+    if (blank == std::string::npos || rule.remaining || !isNumber(rule.fields->substr(blank + 1))) {
+        return false;
+    }
+    try {
+        checkRule(message, rule);
+        return true;
+    } catch (const CommandError&) {
+        Rule other = rule;
+        other.remaining = std::max(1U, parseNumber(rule.fields->substr(blank + 1), "the count"));
+        other.fields->resize(blank);
+        checkRule(message, other);
+        rule = std::move(other);
+        return true;
+    }
 }
 
 void Server::release(const Words& args, std::ostream& out)

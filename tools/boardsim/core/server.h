@@ -94,6 +94,7 @@ private:
 
     void addCommonCommands();
     std::string ruleName(const std::string& word) const;
+    bool takeCountBehindFields(const std::string& message, Rule& rule) const;
     void release(const Words& args, std::ostream& out);
     void backToNormal(const Words& args, std::ostream& out);
     std::size_t sendHeld(const std::string& message, std::size_t count);

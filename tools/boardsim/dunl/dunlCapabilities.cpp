@@ -3,6 +3,10 @@
 #include "dunl/dunl.pb.h"
 
 #include <algorithm>
+#include <fmt/format.h>
+#include <iterator>
+#include <span>
+#include <sstream>
 
 namespace boardsim {
 
@@ -11,18 +15,11 @@ namespace {
 using tolme::dunl::Capability;
 using tolme::dunl::GetCapabilitiesCfm;
 
-struct TemperatureSensor {
-    std::uint32_t sensorId, lowerLevel, upperLevel;
-};
-struct Hotspot {
-    std::uint32_t hotspotId, lowerTemperature, upperTemperature;
-};
+using Levels = DunlCapabilities::Levels;
 
 // Degrees Celsius of a board with two sensors and two hot spots.
-constexpr TemperatureSensor temperatureSensors[] = {{1, 5, 85}, {2, 0, 95}};
-constexpr Hotspot hotspots[] = {{1, 60, 90}, {2, 65, 100}};
-constexpr std::uint32_t restartRankLabel = 1;
-constexpr const char* alternativeLmcTag = "ALT_LMC";
+constexpr Levels boardTemperatureLevels[] = {{1, 5, 85}, {2, 0, 95}};
+constexpr Levels boardHotspots[] = {{1, 60, 90}, {2, 65, 100}};
 
 std::vector<int> everyCapability()
 {
@@ -33,24 +30,70 @@ std::vector<int> everyCapability()
     return all;
 }
 
-void addTemperatureSensors(GetCapabilitiesCfm& confirm)
+void addTemperatureLevels(GetCapabilitiesCfm& confirm, const Levels& levels)
 {
-    for (const TemperatureSensor& sensor : temperatureSensors) {
-        auto& param = *confirm.add_temperature_level_measurement_params();
-        param.set_sensor_id(sensor.sensorId);
-        param.set_lower_level(sensor.lowerLevel);
-        param.set_upper_level(sensor.upperLevel);
+    auto& param = *confirm.add_temperature_level_measurement_params();
+    if (levels.id) {
+        param.set_sensor_id(*levels.id);
+    }
+    if (levels.lower) {
+        param.set_lower_level(*levels.lower);
+    }
+    if (levels.upper) {
+        param.set_upper_level(*levels.upper);
     }
 }
 
-void addHotspots(GetCapabilitiesCfm& confirm)
+void addHotspot(GetCapabilitiesCfm& confirm, const Levels& levels)
 {
-    for (const Hotspot& hotspot : hotspots) {
-        auto& param = *confirm.add_hotspot_params();
-        param.set_hotspot_id(hotspot.hotspotId);
-        param.set_lower_temperature(hotspot.lowerTemperature);
-        param.set_upper_temperature(hotspot.upperTemperature);
+    auto& param = *confirm.add_hotspot_params();
+    if (levels.id) {
+        param.set_hotspot_id(*levels.id);
     }
+    if (levels.lower) {
+        param.set_lower_temperature(*levels.lower);
+    }
+    if (levels.upper) {
+        param.set_upper_temperature(*levels.upper);
+    }
+}
+
+/// "<id>:<lower>:<upper>", each of them a number or "absent".
+Levels parseLevels(const std::string& word)
+{
+    std::istringstream parts(word);
+    Words values;
+    for (std::string part; std::getline(parts, part, ':');) {
+        values.push_back(part);
+    }
+    if (values.size() != 3) {
+        throw CommandError(fmt::format("<id>:<lower>:<upper>, not \"{}\"", word));
+    }
+    return {parseOptionalNumber(values[0], "the id"), parseOptionalNumber(values[1], "the lower level"),
+            parseOptionalNumber(values[2], "the upper level")};
+}
+
+std::vector<Levels> parseList(const Words& args, std::span<const Levels> ofTheBoard)
+{
+    expectWords(args, 1, args.size());
+    if (args == Words{"default"}) {
+        return {ofTheBoard.begin(), ofTheBoard.end()};
+    }
+    std::vector<Levels> list;
+    if (args != Words{"none"}) {
+        std::transform(args.begin(), args.end(), std::back_inserter(list), parseLevels);
+    }
+    return list;
+}
+
+Json shown(const std::vector<Levels>& list)
+{
+    const auto text = [](const auto& value) { return value ? std::to_string(*value) : "absent"; };
+    Json all = Json::array();
+    for (const Levels& levels : list) {
+        all.push_back(fmt::format("{}:{}:{}", text(levels.id), text(levels.lower), text(levels.upper)));
+    }
+    return all;
 }
 
 int parseCapability(const std::string& word)
@@ -67,7 +110,12 @@ int parseCapability(const std::string& word)
 
 } // namespace
 
-DunlCapabilities::DunlCapabilities() : m_capabilities(everyCapability()) {}
+DunlCapabilities::DunlCapabilities()
+    : m_capabilities(everyCapability()),
+      m_temperatureLevels(std::begin(boardTemperatureLevels), std::end(boardTemperatureLevels)),
+      m_hotspots(std::begin(boardHotspots), std::end(boardHotspots))
+{
+}
 
 Verdict DunlCapabilities::get(const Connection&, const tolme::dunl::GetCapabilitiesReq&, GetCapabilitiesCfm& confirm,
                               tolme::dunl::GetCapabilitiesRej&)
@@ -76,13 +124,17 @@ Verdict DunlCapabilities::get(const Connection&, const tolme::dunl::GetCapabilit
         const auto capability = static_cast<Capability>(value);
         confirm.add_capabilities(capability);
         if (capability == tolme::dunl::TEMPERATURE_LEVEL_MEASUREMENT) {
-            addTemperatureSensors(confirm);
+            for (const Levels& levels : m_temperatureLevels) {
+                addTemperatureLevels(confirm, levels);
+            }
         } else if (capability == tolme::dunl::CLIMATE_CONTROL) {
-            addHotspots(confirm);
-        } else if (capability == tolme::dunl::RESTART_RANK_LABEL_SUPPORT) {
-            confirm.set_restart_rank_label(restartRankLabel);
-        } else if (capability == tolme::dunl::ALTERNATIVE_LMC_SUPPORT) {
-            confirm.set_alternative_lmc_tag(alternativeLmcTag);
+            for (const Levels& levels : m_hotspots) {
+                addHotspot(confirm, levels);
+            }
+        } else if (capability == tolme::dunl::RESTART_RANK_LABEL_SUPPORT && m_restartRankLabel) {
+            confirm.set_restart_rank_label(*m_restartRankLabel);
+        } else if (capability == tolme::dunl::ALTERNATIVE_LMC_SUPPORT && m_alternativeLmcTag) {
+            confirm.set_alternative_lmc_tag(*m_alternativeLmcTag);
         }
     }
     return Verdict::confirm;
@@ -90,9 +142,28 @@ Verdict DunlCapabilities::get(const Connection&, const tolme::dunl::GetCapabilit
 
 std::vector<CommandRow> DunlCapabilities::commands()
 {
-    return {{"capabilities { all | none | <name>... | +<name> | -<name> }",
-             "what it can do, in this order; + and - add to it and take away",
-             [this](const Words& args, std::ostream&) { set(args); }}};
+    return {
+        {"capabilities { all | none | <name>... | +<name> | -<name> }",
+         "what it can do, in this order; + and - add to it and take away",
+         [this](const Words& args, std::ostream&) { set(args); }},
+        {"temperature-levels { default | none | <sensor>:<lower>:<upper>... }",
+         "told with TEMPERATURE_LEVEL_MEASUREMENT; each number can be \"absent\"",
+         [this](const Words& args, std::ostream&) { m_temperatureLevels = parseList(args, boardTemperatureLevels); }},
+        {"hotspots { default | none | <hotspot>:<lower>:<upper>... }",
+         "told with CLIMATE_CONTROL; each number can be \"absent\"",
+         [this](const Words& args, std::ostream&) { m_hotspots = parseList(args, boardHotspots); }},
+        {"rank-label { <n> | absent }", "told with RESTART_RANK_LABEL_SUPPORT",
+         [this](const Words& args, std::ostream&) {
+             expectWords(args, 1, 1);
+             m_restartRankLabel = parseOptionalNumber(args[0], "the rank label");
+         }},
+        {"lmc-tag { <text> | absent }", "told with ALTERNATIVE_LMC_SUPPORT",
+         [this](const Words& args, std::ostream&) {
+             expectWords(args, 1, args.size());
+             const std::string tag = joinWords(args, 0);
+             m_alternativeLmcTag = tag == "absent" ? std::nullopt : std::optional(tag);
+         }},
+    };
 }
 
 void DunlCapabilities::set(const Words& names)
@@ -119,6 +190,11 @@ void DunlCapabilities::show(Json& server) const
         names.push_back(tolme::dunl::Capability_Name(static_cast<Capability>(value)));
     }
     server["capabilities"] = std::move(names);
+    Json& parameters = server["capabilityParameters"];
+    parameters["temperatureLevels"] = shown(m_temperatureLevels);
+    parameters["hotspots"] = shown(m_hotspots);
+    parameters["rankLabel"] = m_restartRankLabel ? Json(*m_restartRankLabel) : Json();
+    parameters["lmcTag"] = m_alternativeLmcTag ? Json(*m_alternativeLmcTag) : Json();
 }
 
 } // namespace boardsim

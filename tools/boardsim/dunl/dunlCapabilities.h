@@ -5,12 +5,14 @@
 
 #include "dunl/numbers.h"
 
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace boardsim {
 
-/// At first it can do all there is. A set of capabilities on command keeps the parameters; whoever needs others gives
-/// the whole confirm by a rule.
+/// At first it can do all there is. Capabilities and their parameters are set apart: parameters are told with their
+/// capability and kept without it.
 class DunlCapabilities : public ProtobufProcedures
 {
 public:
@@ -23,10 +25,20 @@ public:
     void reset() override {}
     void show(Json& server) const override;
 
+    /// What a sensor or a hot spot tells; what is empty is left out.
+    struct Levels {
+        std::optional<std::uint32_t> id, lower, upper;
+    };
+
 private:
     void set(const Words& names);
 
-    std::vector<int> m_capabilities; ///< a setting, in the order in which they are told
+    // Settings.
+    std::vector<int> m_capabilities; ///< in the order in which they are told
+    std::vector<Levels> m_temperatureLevels;
+    std::vector<Levels> m_hotspots;
+    std::optional<std::uint32_t> m_restartRankLabel = 1;
+    std::optional<std::string> m_alternativeLmcTag = "ALT_LMC";
 };
 
 } // namespace boardsim

@@ -7,13 +7,18 @@ namespace boardsim {
 
 using namespace tolme::dunl;
 
-DunlServer::DunlServer() : ProtobufServer("dunl", DunlServerMetadata().name(), messages), m_faults(indicator())
+DunlServer::DunlServer()
+    : ProtobufServer("dunl", DunlServerMetadata().name(), messages), m_faults(indicator()),
+      m_selectiveLoading(requestIndicator())
 {
     add(m_capabilities);
     add(m_utcTime);
+    add(m_productData);
+    add(m_hardwareLogs);
     add(m_connectivity);
     add(m_faults);
     add(m_oamState);
+    add(m_selectiveLoading);
 
     onConnect<ConnEstablishReq, ConnEstablishCfm, ConnEstablishRej>();
 
@@ -23,6 +28,13 @@ DunlServer::DunlServer() : ProtobufServer("dunl", DunlServerMetadata().name(), m
     on<UnregisterUtcTimeSourceReq>(m_utcTime, &UtcTime::unregisterSource);
     on<SetUtcTimeReq>(m_utcTime, &UtcTime::setTime);
 
+    on<GetProductInfoReq>(m_productData, &ProductData::getProduct);
+    on<GetContainerPidReq>(m_productData, &ProductData::getContainer);
+
+    on<HwLogSetReq>(m_hardwareLogs, &HardwareLogs::set);
+    on<HwLogGetReq>(m_hardwareLogs, &HardwareLogs::get);
+    on<StoreNodeConfigEntryReq>(m_hardwareLogs, &HardwareLogs::storeNodeConfig);
+
     on<ConnectivityConnectedReq>(m_connectivity, &Connectivity::connected);
     on<ConnectivityNotConnectedReq>(m_connectivity, &Connectivity::notConnected);
     on<ConnectivitySetSupervisionTimeoutReq>(m_connectivity, &Connectivity::setSupervisionTimeout);
@@ -31,11 +43,12 @@ DunlServer::DunlServer() : ProtobufServer("dunl", DunlServerMetadata().name(), m
 
     on<SetOamStateReq>(m_oamState, &boardsim::OamState::setState);
 
-    onUnanswered<GetProductInfoReq>();
-    onUnanswered<GetContainerPidReq>();
+    on<ValidateHwSwCompatibilityReq>(m_selectiveLoading, &SelectiveLoading::validate);
+    on<ConnectedDevicesInitializedReq>(m_selectiveLoading, &SelectiveLoading::devicesInitialized);
 
     indicates<FaultInd>();
     indicates<FaultCeaseInd>();
+    indicates<ConnectedDevicesInitializedInd>();
 }
 
 } // namespace boardsim

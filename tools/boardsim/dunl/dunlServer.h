@@ -5,7 +5,10 @@
 #include "tools/boardsim/dunl/connectivity.h"
 #include "tools/boardsim/dunl/dunlCapabilities.h"
 #include "tools/boardsim/dunl/faults.h"
+#include "tools/boardsim/dunl/hardwareLogs.h"
 #include "tools/boardsim/dunl/oamState.h"
+#include "tools/boardsim/dunl/productData.h"
+#include "tools/boardsim/dunl/selectiveLoading.h"
 #include "tools/boardsim/dunl/utcTime.h"
 
 namespace boardsim {
@@ -18,9 +21,12 @@ public:
 private:
     DunlCapabilities m_capabilities;
     UtcTime m_utcTime;
+    ProductData m_productData;
+    HardwareLogs m_hardwareLogs;
     Connectivity m_connectivity;
     Faults m_faults;
     OamState m_oamState;
+    SelectiveLoading m_selectiveLoading;
 };
 
 } // namespace boardsim
