@@ -25,14 +25,26 @@ class SetUtcTimeReq;
 class SetUtcTimeCfm;
 class SetUtcTimeRej;
 class GetProductInfoReq;
+class GetProductInfoCfm;
+class GetProductInfoRej;
 class GetContainerPidReq;
+class GetContainerPidCfm;
+class GetContainerPidRej;
+class HwLogSetReq;
+class HwLogSetCfm;
+class HwLogSetRej;
+class HwLogGetReq;
+class HwLogGetCfm;
+class HwLogGetRej;
 class SubscribeFaultsReq;
 class SubscribeFaultsCfm;
 class FaultInd;
 class FaultCeaseInd;
-class SetOamStateReq;
 class SetOamStateCfm;
 class SetOamStateRej;
+class StoreNodeConfigEntryReq;
+class StoreNodeConfigEntryCfm;
+class StoreNodeConfigEntryRej;
 class ConnectivitySetSupervisionTimeoutReq;
 class ConnectivitySetSupervisionTimeoutCfm;
 class ConnectivitySetSupervisionTimeoutRej;
@@ -48,6 +60,7 @@ class ValidateHwSwCompatibilityRej;
 class ConnectedDevicesInitializedReq;
 class ConnectedDevicesInitializedCfm;
 class ConnectedDevicesInitializedInd;
+class SetOamStateReq;
 
 /// The number that a message travels under.
 namespace MsgNo {
@@ -67,13 +80,26 @@ inline constexpr std::uint32_t SetUtcTimeReq = 0x1707739;
 inline constexpr std::uint32_t SetUtcTimeCfm = 0x170773A;
 inline constexpr std::uint32_t SetUtcTimeRej = 0x170773B;
 inline constexpr std::uint32_t GetProductInfoReq = 0x170773C;
+inline constexpr std::uint32_t GetProductInfoCfm = 0x170773D;
+inline constexpr std::uint32_t GetProductInfoRej = 0x170773E;
 inline constexpr std::uint32_t GetContainerPidReq = 0x170773F;
+inline constexpr std::uint32_t GetContainerPidCfm = 0x1707740;
+inline constexpr std::uint32_t GetContainerPidRej = 0x1707741;
+inline constexpr std::uint32_t HwLogSetReq = 0x170774D;
+inline constexpr std::uint32_t HwLogSetCfm = 0x170774E;
+inline constexpr std::uint32_t HwLogSetRej = 0x170774F;
+inline constexpr std::uint32_t HwLogGetReq = 0x1707750;
+inline constexpr std::uint32_t HwLogGetCfm = 0x1707751;
+inline constexpr std::uint32_t HwLogGetRej = 0x1707752;
 inline constexpr std::uint32_t SubscribeFaultsReq = 0x1707753;
 inline constexpr std::uint32_t SubscribeFaultsCfm = 0x1707754;
 inline constexpr std::uint32_t FaultInd = 0x1707759;
 inline constexpr std::uint32_t FaultCeaseInd = 0x170775A;
 inline constexpr std::uint32_t SetOamStateCfm = 0x170775B;
 inline constexpr std::uint32_t SetOamStateRej = 0x170775C;
+inline constexpr std::uint32_t StoreNodeConfigEntryReq = 0x1707764;
+inline constexpr std::uint32_t StoreNodeConfigEntryCfm = 0x1707765;
+inline constexpr std::uint32_t StoreNodeConfigEntryRej = 0x1707766;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutReq = 0x170776D;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutCfm = 0x170776E;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutRej = 0x170776F;
@@ -110,13 +136,26 @@ inline constexpr std::array messages{
     MessageNumber{MsgNo::SetUtcTimeCfm, "tolme.dunl.SetUtcTimeCfm"},
     MessageNumber{MsgNo::SetUtcTimeRej, "tolme.dunl.SetUtcTimeRej"},
     MessageNumber{MsgNo::GetProductInfoReq, "tolme.dunl.GetProductInfoReq"},
+    MessageNumber{MsgNo::GetProductInfoCfm, "tolme.dunl.GetProductInfoCfm"},
+    MessageNumber{MsgNo::GetProductInfoRej, "tolme.dunl.GetProductInfoRej"},
     MessageNumber{MsgNo::GetContainerPidReq, "tolme.dunl.GetContainerPidReq"},
+    MessageNumber{MsgNo::GetContainerPidCfm, "tolme.dunl.GetContainerPidCfm"},
+    MessageNumber{MsgNo::GetContainerPidRej, "tolme.dunl.GetContainerPidRej"},
+    MessageNumber{MsgNo::HwLogSetReq, "tolme.dunl.HwLogSetReq"},
+    MessageNumber{MsgNo::HwLogSetCfm, "tolme.dunl.HwLogSetCfm"},
+    MessageNumber{MsgNo::HwLogSetRej, "tolme.dunl.HwLogSetRej"},
+    MessageNumber{MsgNo::HwLogGetReq, "tolme.dunl.HwLogGetReq"},
+    MessageNumber{MsgNo::HwLogGetCfm, "tolme.dunl.HwLogGetCfm"},
+    MessageNumber{MsgNo::HwLogGetRej, "tolme.dunl.HwLogGetRej"},
     MessageNumber{MsgNo::SubscribeFaultsReq, "tolme.dunl.SubscribeFaultsReq"},
     MessageNumber{MsgNo::SubscribeFaultsCfm, "tolme.dunl.SubscribeFaultsCfm"},
     MessageNumber{MsgNo::FaultInd, "tolme.dunl.FaultInd"},
     MessageNumber{MsgNo::FaultCeaseInd, "tolme.dunl.FaultCeaseInd"},
     MessageNumber{MsgNo::SetOamStateCfm, "tolme.dunl.SetOamStateCfm"},
     MessageNumber{MsgNo::SetOamStateRej, "tolme.dunl.SetOamStateRej"},
+    MessageNumber{MsgNo::StoreNodeConfigEntryReq, "tolme.dunl.StoreNodeConfigEntryReq"},
+    MessageNumber{MsgNo::StoreNodeConfigEntryCfm, "tolme.dunl.StoreNodeConfigEntryCfm"},
+    MessageNumber{MsgNo::StoreNodeConfigEntryRej, "tolme.dunl.StoreNodeConfigEntryRej"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutReq, "tolme.dunl.ConnectivitySetSupervisionTimeoutReq"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutCfm, "tolme.dunl.ConnectivitySetSupervisionTimeoutCfm"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutRej, "tolme.dunl.ConnectivitySetSupervisionTimeoutRej"},

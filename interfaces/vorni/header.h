@@ -60,7 +60,7 @@ template <std::uint32_t Number>
 struct VornDescribedRejectSignal {
     static constexpr std::uint32_t number = Number;
     VornSignalHeader header;
-    VornU16 errorCode; ///< always 1
+    VornU16 errorCode; ///< 1 where the signal doesn't say otherwise
     std::uint8_t reserved[2];
     char description[112]; ///< zero-terminated
 

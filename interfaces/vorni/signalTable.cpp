@@ -1,12 +1,16 @@
 #include "vorni/signalTable.h"
 
 #include "rhune/rhuneSignals.h"
+#include "vorni/capabilities.h"
 #include "vorni/connection.h"
 #include "vorni/deepSleep.h"
 #include "vorni/faults.h"
+#include "vorni/fruDescription.h"
+#include "vorni/hwLog.h"
 #include "vorni/linkSupervision.h"
 #include "vorni/mmi.h"
 #include "vorni/oamState.h"
+#include "vorni/productIdentity.h"
 #include "vorni/software.h"
 #include "vorni/utc.h"
 
@@ -89,6 +93,39 @@ using AnyResourceReject = VornResourceRejectSignal<0>;
 constexpr std::array resourceRejectFields{VORN_FIELD(AnyResourceReject, resource, ""),
                                           VORN_FIELD(AnyResourceReject, errorCode, "1"),
                                           VORN_FIELD(AnyResourceReject, description, "")};
+constexpr std::array getCapabilitiesCfmFields{
+    VORN_FIELD(OmlaVornGetCapabilitiesCfmS, noOfRecords, "records that are filled; they follow, 220 bytes each")};
+constexpr std::array getHwPidCfmFields{
+    VORN_FIELD(OmlaVornGetHwPidCfmS, productionDate, ""), VORN_FIELD(OmlaVornGetHwPidCfmS, productName, ""),
+    VORN_FIELD(OmlaVornGetHwPidCfmS, productNumber, ""), VORN_FIELD(OmlaVornGetHwPidCfmS, productRevision, ""),
+    VORN_FIELD(OmlaVornGetHwPidCfmS, serialNumber, "")};
+constexpr std::array getContainerPidCfmFields{VORN_FIELD(OmlaVornGetContainerPidCfmS, productionDate, ""),
+                                              VORN_FIELD(OmlaVornGetContainerPidCfmS, productName, ""),
+                                              VORN_FIELD(OmlaVornGetContainerPidCfmS, productNumber, ""),
+                                              VORN_FIELD(OmlaVornGetContainerPidCfmS, productRevision, ""),
+                                              VORN_FIELD(OmlaVornGetContainerPidCfmS, serialNumber, "")};
+constexpr std::array getMarketNamePidCfmFields{VORN_FIELD(OmlaVornGetMarketNamePidCfmS, productionDate, ""),
+                                               VORN_FIELD(OmlaVornGetMarketNamePidCfmS, productName, ""),
+                                               VORN_FIELD(OmlaVornGetMarketNamePidCfmS, marketName, ""),
+                                               VORN_FIELD(OmlaVornGetMarketNamePidCfmS, productNumber, ""),
+                                               VORN_FIELD(OmlaVornGetMarketNamePidCfmS, productRevision, ""),
+                                               VORN_FIELD(OmlaVornGetMarketNamePidCfmS, serialNumber, "")};
+constexpr std::array getExtendedMarketNameCfmFields{VORN_FIELD(OmlaVornGetExtendedMarketNameCfmS, marketName, "")};
+constexpr std::array hwlogSetReqFields{
+    VORN_FIELD(OmlaVornHwLogSetReqS, label, ""),
+    VORN_FIELD(OmlaVornHwLogSetReqS, logId, "0 to 999; 2 is the node configuration log"),
+    VORN_FIELD(OmlaVornHwLogSetReqS, length, "number of entries"),
+    VORN_FIELD(OmlaVornHwLogSetReqS, entries, "zero-terminated texts, one behind the other")};
+constexpr std::array hwlogSetRejFields{VORN_FIELD(AnyDescribedReject, errorCode, "1 failed, 2 no such log"),
+                                       VORN_FIELD(AnyDescribedReject, description, "")};
+constexpr std::array hwlogGetReqFields{VORN_FIELD(OmlaVornHwLogGetReqS, logId, "")};
+constexpr std::array hwlogGetCfmFields{
+    VORN_FIELD(OmlaVornHwLogGetCfmS, length, "number of entries"),
+    VORN_FIELD(OmlaVornHwLogGetCfmS, entries, "zero-terminated texts, one behind the other")};
+constexpr std::array getFruDescFileReqFields{textBehindRecord<OmlaVornGetFruDescFileReqS>("fdfId", "")};
+constexpr std::array fruDescFileDataFields{VORN_FIELD(OmlaVornFruDescFileDataS, noOfBytes, "of the text"),
+                                           VORN_FIELD(OmlaVornFruDescFileDataS, endFlag, "1 in the last part"),
+                                           textBehindRecord<OmlaVornFruDescFileDataS>("text", "a part of the file")};
 constexpr std::array rhuneConnEstablishReqFields{
     VORN_FIELD(RhuneVornConnEstablishReqS, nbrOfSupportedProtocolRev, "the revisions follow, 4 bytes each")};
 constexpr std::array rhuneConnEstablishCfmFields{VORN_FIELD(RhuneVornConnEstablishCfmS, selectedProtocolRevision, "1")};
@@ -120,6 +157,9 @@ const std::array table{
                                    openEnded),
     row<OmlaVornConnEstablishCfmS>("OMLA_VORN_CONN_ESTABLISH_CFM", toClient, "VornServerImpl", noFields, openEnded),
     row<OmlaVornConnEstablishRejS>("OMLA_VORN_CONN_ESTABLISH_REJ", toClient, "VornServerImpl", noFields, openEnded),
+    row<OmlaVornGetCapabilitiesReqS>("OMLA_VORN_GET_CAPABILITIES_REQ", toServer, "VornServerCapabilities"),
+    row<OmlaVornGetCapabilitiesCfmS>("OMLA_VORN_GET_CAPABILITIES_CFM", toClient, "VornServerCapabilities",
+                                     getCapabilitiesCfmFields, openEnded),
     row<OmlaVornSubscribeFaultsReqS>("OMLA_VORN_SUBSCRIBE_FAULTS_REQ", toServer, "VornServerFaultHandling"),
     row<OmlaVornSubscribeFaultsCfmS>("OMLA_VORN_SUBSCRIBE_FAULTS_CFM", toClient, "VornServerFaultHandling"),
     row<OmlaVornFaultIndS>("OMLA_VORN_FAULT_IND", toClient, "VornServerFaultHandling", faultIndFields),
@@ -131,6 +171,24 @@ const std::array table{
                                      openEnded),
     row<OmlaVornLinkSupervisionRejS>("OMLA_VORN_LINK_SUPERVISION_REJ", toClient, "VornServerLinkSupervision",
                                      rejectFields),
+    row<OmlaVornGetHwPidReqS>("OMLA_VORN_GET_HW_PID_REQ", toServer, "VornServerPid"),
+    row<OmlaVornGetHwPidCfmS>("OMLA_VORN_GET_HW_PID_CFM", toClient, "VornServerPid", getHwPidCfmFields),
+    row<OmlaVornGetHwPidRejS>("OMLA_VORN_GET_HW_PID_REJ", toClient, "VornServerPid", describedRejectFields),
+    row<OmlaVornGetContainerPidReqS>("OMLA_VORN_GET_CONTAINER_PID_REQ", toServer, "VornServerPid"),
+    row<OmlaVornGetContainerPidCfmS>("OMLA_VORN_GET_CONTAINER_PID_CFM", toClient, "VornServerPid",
+                                     getContainerPidCfmFields),
+    row<OmlaVornGetContainerPidRejS>("OMLA_VORN_GET_CONTAINER_PID_REJ", toClient, "VornServerPid",
+                                     describedRejectFields),
+    row<OmlaVornGetMarketNamePidReqS>("OMLA_VORN_GET_MARKET_NAME_PID_REQ", toServer, "VornServerPid"),
+    row<OmlaVornGetMarketNamePidCfmS>("OMLA_VORN_GET_MARKET_NAME_PID_CFM", toClient, "VornServerPid",
+                                      getMarketNamePidCfmFields),
+    row<OmlaVornGetMarketNamePidRejS>("OMLA_VORN_GET_MARKET_NAME_PID_REJ", toClient, "VornServerPid",
+                                      describedRejectFields),
+    row<OmlaVornGetExtendedMarketNameReqS>("OMLA_VORN_GET_EXTENDED_MARKET_NAME_REQ", toServer, "VornServerPid"),
+    row<OmlaVornGetExtendedMarketNameCfmS>("OMLA_VORN_GET_EXTENDED_MARKET_NAME_CFM", toClient, "VornServerPid",
+                                           getExtendedMarketNameCfmFields),
+    row<OmlaVornGetExtendedMarketNameRejS>("OMLA_VORN_GET_EXTENDED_MARKET_NAME_REJ", toClient, "VornServerPid",
+                                           describedRejectFields),
     row<OmlaVornAuditReqS>("OMLA_VORN_AUDIT_REQ", toServer, "VornServerState"),
     row<OmlaVornAuditCfmS>("OMLA_VORN_AUDIT_CFM", toClient, "VornServerState", auditCfmFields),
     row<OmlaVornEnableOperationReqS>("OMLA_VORN_ENABLE_OPERATION_REQ", toServer, "VornServerState"),
@@ -161,6 +219,12 @@ const std::array table{
     row<OmlaVornGetRunningLmcCfmS>("OMLA_VORN_GET_RUNNING_LMC_CFM", toClient, "VornServerGanti",
                                    getRunningLmcCfmFields),
     row<OmlaVornGetRunningLmcRejS>("OMLA_VORN_GET_RUNNING_LMC_REJ", toClient, "VornServerGanti", describedRejectFields),
+    row<OmlaVornHwLogSetReqS>("OMLA_VORN_HWLOG_SET_REQ", toServer, "VornServerHwLog", hwlogSetReqFields, openEnded),
+    row<OmlaVornHwLogSetCfmS>("OMLA_VORN_HWLOG_SET_CFM", toClient, "VornServerHwLog"),
+    row<OmlaVornHwLogSetRejS>("OMLA_VORN_HWLOG_SET_REJ", toClient, "VornServerHwLog", hwlogSetRejFields),
+    row<OmlaVornHwLogGetReqS>("OMLA_VORN_HWLOG_GET_REQ", toServer, "VornServerHwLog", hwlogGetReqFields),
+    row<OmlaVornHwLogGetCfmS>("OMLA_VORN_HWLOG_GET_CFM", toClient, "VornServerHwLog", hwlogGetCfmFields),
+    row<OmlaVornHwLogGetRejS>("OMLA_VORN_HWLOG_GET_REJ", toClient, "VornServerHwLog", hwlogSetRejFields),
     row<OmlaVornSetUtcTimeReqS>("OMLA_VORN_SET_UTC_TIME_REQ", toServer, "VornServerTime", setUtcTimeReqFields),
     row<OmlaVornSetUtcTimeCfmS>("OMLA_VORN_SET_UTC_TIME_CFM", toClient, "VornServerTime"),
     row<OmlaVornSetUtcTimeRejS>("OMLA_VORN_SET_UTC_TIME_REJ", toClient, "VornServerTime", describedRejectFields),
@@ -178,6 +242,14 @@ const std::array table{
                                                      "VornServerFaultHandling"),
     row<OmlaVornSubscribeFaultsWithHwFaultLabelReqS>("OMLA_VORN_SUBSCRIBE_FAULTS_WITH_HW_FAULT_LABEL_REQ", toServer,
                                                      "VornServerFaultHandling"),
+    row<OmlaVornGetFruDescFileReqS>("OMLA_VORN_GET_FRU_DESC_FILE_REQ", toServer, "VornServerFdf",
+                                    getFruDescFileReqFields, openEnded),
+    row<OmlaVornGetFruDescFileCfmS>("OMLA_VORN_GET_FRU_DESC_FILE_CFM", toClient, "VornServerFdf"),
+    row<OmlaVornGetFruDescFileRejS>("OMLA_VORN_GET_FRU_DESC_FILE_REJ", toClient, "VornServerFdf",
+                                    describedRejectFields),
+    row<OmlaVornFruDescFileDataS>("OMLA_VORN_FRU_DESC_FILE_DATA", toClient, "VornServerFdf", fruDescFileDataFields,
+                                  openEnded),
+    row<OmlaVornFruDescFileAckS>("OMLA_VORN_FRU_DESC_FILE_ACK", toServer, "VornServerFdf"),
     row<OmlaVornSubscribeDeepSleepStatusReqS>("OMLA_VORN_SUBSCRIBE_DEEP_SLEEP_STATUS_REQ", toServer,
                                               "VornServerYarrowI"),
     row<OmlaVornSubscribeDeepSleepStatusCfmS>("OMLA_VORN_SUBSCRIBE_DEEP_SLEEP_STATUS_CFM", toClient,
