@@ -92,15 +92,12 @@ ActiveFault* activeRelatedFault(std::uint16_t faultId, ActiveFaultList& list)
 
 FaultManager::~FaultManager()
 {
-    if (m_isCommandRegistered) {
-        VornServerUlmo::getInstance().unregisterCmdHandler("fm");
-    }
+    VornServerUlmo::getInstance().unregisterCmdHandler("fm", this);
 }
 
 bool FaultManager::init()
 {
-    m_isCommandRegistered = VornServerUlmo::getInstance().registerCmdHandler("fm", this);
-    return m_isCommandRegistered;
+    return VornServerUlmo::getInstance().registerCmdHandler("fm", this);
 }
 
 void FaultManager::setSubscribers(RaisedSubscriber raised, CeasedSubscriber ceased)

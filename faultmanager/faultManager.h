@@ -59,7 +59,6 @@ private:
     std::vector<TemperatureCallback> m_temperatureCallbacks;
     /// Hardware and environment, software, power disturbance.
     std::array<ActiveFaultList, 3> m_lists{ActiveFaultList(0), ActiveFaultList(1), ActiveFaultList(2)};
-    bool m_isCommandRegistered = false;
 };
 
 } // namespace VornServer

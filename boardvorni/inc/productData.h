@@ -6,22 +6,22 @@
 
 /// Product data of the hardware.
 struct HwPid {
-    std::string productRevision;
+    std::string productionDate;
     std::string productName;
     std::string productNumber;
-    std::string productionDate;
+    std::string productRevision;
     std::string serialNumber;
-    std::string market;
+    std::string market;          ///< the market name
     std::uint8_t allPidData = 0; ///< all but the market name are there
     std::uint8_t marketName = 0; ///< the market name is there
 };
 
 /// Product data of the container.
 struct ContainerPid {
-    std::string productRevision;
+    std::string productionDate;
     std::string productName;
     std::string productNumber;
-    std::string productionDate;
+    std::string productRevision;
     std::string serialNumber;
     std::uint64_t allContainerData = 0; ///< all strings are there
 };

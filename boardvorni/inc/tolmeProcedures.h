@@ -49,6 +49,10 @@ public:
     bool request(std::uint32_t msgNo, const google::protobuf::Message& message, std::uint32_t mboxId,
                  std::uint32_t serverRef, std::uint32_t clientRef);
     bool request(std::uint32_t msgNo, const google::protobuf::Message& message, const VornSession& session);
+    /// The same with the number of the client's signal in the transaction, whose procedureRef is given here. The
+    /// procedureRef, or 0.
+    std::uint32_t requestFor(TolmeClient::ProcedureTransaction client, std::uint32_t msgNo,
+                             const google::protobuf::Message& message);
 
     /// Decodes a message and traces it as received by "handle" and its name.
     template <typename Message>

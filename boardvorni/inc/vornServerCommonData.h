@@ -10,13 +10,17 @@
 #include <unordered_map>
 #include <vector>
 
+class FDFClient;
 class GANTClient;
 class TolmeClient;
 class VornSession;
 class YarrowIClient;
 namespace VornServer {
 class FaultManagerIf;
+namespace BbVorni {
+class Client;
 }
+} // namespace VornServer
 
 /// The one shared context: the server's two mailboxes, the sessions, the clients of the board's servers, product data,
 /// counters. Used on the server thread only.
@@ -38,8 +42,13 @@ public:
     TolmeClient& getDunlClient();
     TolmeClient& getFeskClient();
     GANTClient& getGANTClient();
+    FDFClient& getFDFClient();
     YarrowIClient& getYarrowIClient();
     VornServer::FaultManagerIf& getFaultManager();
+
+    /// The baseband side, which isn't owned; set as soon as it is built, before any component is initialised.
+    const VornServer::BbVorni::Client& getBbVorniClient() const { return *m_bbVorniClient; }
+    void setBbVorniClient(const VornServer::BbVorni::Client& client) { m_bbVorniClient = &client; }
 
     VornSession& addVornSession(std::uint32_t mboxId, std::uint32_t clientRef, std::uint32_t serverRef,
                                 std::uint16_t protocolRev, const std::string& mboxName, std::uint32_t monitorId);
@@ -102,6 +111,7 @@ private:
     std::uint32_t m_lostClientCount = 0;
     bool m_systemConstantsAvailable = false;
     std::uint32_t m_mmiUid;
+    const VornServer::BbVorni::Client* m_bbVorniClient = nullptr;
 
     // Finding the session of a message must not cost more with a thousand clients than with one. Both point into
     // m_sessions; the second is filled on the first look-up of a forward mailbox.

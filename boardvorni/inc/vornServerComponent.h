@@ -52,6 +52,12 @@ public:
 
     /// Fills `size` bytes at `dest` with `src`, cut to size - 1 characters, and zeros; traces where it had to cut.
     static void copyErrorDescription(char* dest, std::uint32_t size, const std::string& src);
+    /// The same for a text field of a signal.
+    template <std::size_t Size>
+    static void fillText(char (&field)[Size], const std::string& text)
+    {
+        copyErrorDescription(field, Size, text);
+    }
     /// Whether a client is a GSM client: 100 <= serverRef < 200.
     static bool isGsmServerRef(std::int32_t serverRef);
 

@@ -50,5 +50,4 @@ private:
 
     Subscribers m_subscribers;
     Subscribers m_hwFaultLabelSubscribers;
-    bool m_isCommandRegistered = false;
 };

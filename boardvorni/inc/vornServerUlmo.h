@@ -11,7 +11,8 @@
 
 class VornServerCmdHandler;
 
-/// Spreads the command "vornsrv" over its handlers, by the command's second word.
+/// Holds the server's command tables, and leads a line to its handler: one of "vornsrv" by the second word, the others
+/// by the command's name.
 class VornServerUlmo
 {
 public:
@@ -22,8 +23,8 @@ public:
 
     /// Adds a handler, which isn't owned. False, and the first one stays, where the name is taken.
     bool registerCmdHandler(const std::string& name, VornServerCmdHandler* handler);
-    /// Takes a handler back before it goes.
-    void unregisterCmdHandler(const std::string& name);
+    /// Takes a handler back before it goes; one that isn't that of the name is nobody's.
+    void unregisterCmdHandler(const std::string& name, const VornServerCmdHandler* handler);
 
     /// Adds a further command. `where` is the command registry's: 0 on the server thread, 1 on the command's own.
     /// False where the name is taken.
@@ -33,6 +34,8 @@ public:
 private:
     VornServerUlmo() = default;
 
+    void registerOwn(const std::string& name, Zephrin::CmdTableHelper::V2::CmdTable table, std::uint32_t where = 0);
+    int dispatchByName(const std::vector<std::string>& args, std::ostream& out);
     int dispatchByComponent(const std::vector<std::string>& args, std::ostream& out);
 
     std::map<std::string, VornServerCmdHandler*> m_handlers;

@@ -1,21 +1,12 @@
 #include "nonVolatile.h"
 
-#include "sarna/sarna.h"
+#include "sarna/handles.h"
 #include "trace/trace.h"
 
 #include <algorithm>
 #include <cstddef>
-#include <memory>
 
 namespace {
-
-struct Closer {
-    void operator()(sarna_db_group_t group) const { sarna_close_db_group(group); }
-    void operator()(sarna_node_t node) const { sarna_close_node(node); }
-};
-
-using Group = std::unique_ptr<sarna_db_group, Closer>;
-using Node = std::unique_ptr<sarna_node, Closer>;
 
 /// What a failed read gives instead of a value.
 struct ReadFailures {
@@ -24,31 +15,31 @@ struct ReadFailures {
 };
 
 /// Null where the store can't be opened: the operations on it then fail by their own codes.
-Group openGroup()
+SarnaGroup openGroup()
 {
     sarna_db_group_t group = nullptr;
     const int code = sarna_open_db_group("sys_bpar", &group);
     if (code != SARNA_OK) {
         TRACE_INFO("ABN: sarna_open_db_group returned with value {}", code);
     }
-    return Group(group);
+    return SarnaGroup(group);
 }
 
-Node openNode(const Group& group)
+SarnaNode openNode(const SarnaGroup& group)
 {
     sarna_node_t node = nullptr;
     const int code = sarna_open_node(group.get(), "/sys/vorn/", &node);
     if (code != SARNA_OK) {
         TRACE_INFO("ABN: sarna_open_node returned with {}", code);
     }
-    return Node(node);
+    return SarnaNode(node);
 }
 
 /// `operation` is the name that the traces have.
 std::uint32_t store(const char* operation, const char* path, const std::string& text)
 {
     TRACE_INFO("VornServerUlmo::{}() input: {}", operation, text);
-    const Group group = openGroup();
+    const SarnaGroup group = openGroup();
     const int code = sarna_set_value(group.get(), path, text.c_str(), text.size() + 1, 0, 0);
     if (code != SARNA_OK) {
         TRACE_INFO("ABN: {} returned with {}", operation, code);
@@ -58,8 +49,8 @@ std::uint32_t store(const char* operation, const char* path, const std::string& 
 
 std::string read(const char* key, ReadFailures failures)
 {
-    const Group group = openGroup();
-    const Node node = openNode(group);
+    const SarnaGroup group = openGroup();
+    const SarnaNode node = openNode(group);
     std::size_t size = 0;
     int code = sarna_get_value_size(node.get(), key, &size);
     if (code != SARNA_OK) {

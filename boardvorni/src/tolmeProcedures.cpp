@@ -7,11 +7,14 @@
 bool TolmeProcedures::request(std::uint32_t msgNo, const google::protobuf::Message& message, std::uint32_t mboxId,
                               std::uint32_t serverRef, std::uint32_t clientRef)
 {
-    const std::uint32_t procedureRef = m_client.send(msgNo, message);
-    if (procedureRef == 0) {
-        return false;
-    }
-    return m_client.addTransaction({procedureRef, mboxId, serverRef, clientRef, msgNo});
+    return requestFor({0, mboxId, serverRef, clientRef, msgNo}, msgNo, message) != 0;
+}
+
+std::uint32_t TolmeProcedures::requestFor(TolmeClient::ProcedureTransaction client, std::uint32_t msgNo,
+                                          const google::protobuf::Message& message)
+{
+    client.procedureRef = m_client.send(msgNo, message);
+    return client.procedureRef != 0 && m_client.addTransaction(client) ? client.procedureRef : 0;
 }
 
 bool TolmeProcedures::request(std::uint32_t msgNo, const google::protobuf::Message& message, const VornSession& session)

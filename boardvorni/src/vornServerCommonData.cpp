@@ -1,6 +1,7 @@
 #include "vornServerCommonData.h"
 
 #include "faultmanager/faultManager.h"
+#include "fdfclient/fdfClient.h"
 #include "gantclient/gantClient.h"
 #include "kiv/kiv.h"
 #include "tolmeClient.h"
@@ -44,6 +45,7 @@ struct VornServerCommonData::Impl {
     TolmeClient dunlClient{firstTolmeClientId};
     TolmeClient feskClient{firstTolmeClientId};
     GANTClient gantClient;
+    FDFClient fdfClient;
     YarrowIClient yarrowIClient;
     std::unique_ptr<VornServer::FaultManagerIf> faultManager = std::make_unique<VornServer::FaultManager>();
 };
@@ -83,6 +85,11 @@ TolmeClient& VornServerCommonData::getFeskClient()
 GANTClient& VornServerCommonData::getGANTClient()
 {
     return m_impl->gantClient;
+}
+
+FDFClient& VornServerCommonData::getFDFClient()
+{
+    return m_impl->fdfClient;
 }
 
 YarrowIClient& VornServerCommonData::getYarrowIClient()

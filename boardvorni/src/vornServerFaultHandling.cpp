@@ -79,9 +79,7 @@ void printSubscribers(const std::vector<VornFaultSubscriber>& subscribers, std::
 
 VornServerFaultHandling::~VornServerFaultHandling()
 {
-    if (m_isCommandRegistered) {
-        VornServerUlmo::getInstance().unregisterCmdHandler("fault");
-    }
+    VornServerUlmo::getInstance().unregisterCmdHandler("fault", this);
 }
 
 bool VornServerFaultHandling::init()
@@ -100,7 +98,7 @@ bool VornServerFaultHandling::init()
     subscribe(OmlaVornSubscribeFaultsReqS::number, &VornServerFaultHandling::handleSubscribeFaultsReq);
     subscribe(OmlaVornSubscribeFaultsWithHwFaultLabelReqS::number,
               &VornServerFaultHandling::handleSubscribeFaultsWithHwFaultLabelReq);
-    m_isCommandRegistered = VornServerUlmo::getInstance().registerCmdHandler("fault", this);
+    VornServerUlmo::getInstance().registerCmdHandler("fault", this);
     return true;
 }
 

@@ -31,9 +31,8 @@ void VornServerGanti::handleGetRunningLmcReq(const MessagePtr& msg)
 
 void VornServerGanti::confirmRunning(const GantiRequestRecord& record, const std::string& software)
 {
-    sendSignal<OmlaVornGetRunningLmcCfmS>(record.mbox, record.clientRef, record.serverRef, [&](auto& confirm) {
-        copyErrorDescription(confirm.loadModule, sizeof(confirm.loadModule), software);
-    });
+    sendSignal<OmlaVornGetRunningLmcCfmS>(record.mbox, record.clientRef, record.serverRef,
+                                          [&](auto& confirm) { fillText(confirm.loadModule, software); });
     m_records.remove(record);
 }
 

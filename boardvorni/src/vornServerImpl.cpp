@@ -54,7 +54,7 @@ VornServerImpl::~VornServerImpl()
 {
     stop(true);
     m_pLegacySession.reset(); // the descriptor has gone with its thread
-    VornServerUlmo::getInstance().unregisterCmdHandler("all");
+    VornServerUlmo::getInstance().unregisterCmdHandler("all", this);
     VornServerComponent::areComponentsReadyToPublish = nullptr;
     VornServerComponent::notifyRestartReqReceived = nullptr;
     VornServerComponent::supervisionTimeoutResult = nullptr;

@@ -1,10 +1,13 @@
-/// The command "vornsrv", as the unit's command line runs it.
+/// The debug commands, as the unit's command line runs them.
 
 #include "unit.h"
 #include "vornServerCmdHandler.h"
 #include "vornServerUlmo.h"
 
+#include <cstdlib>
+#include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
 
 using namespace TestUnit;
 using VornTrace::RecordedTraces;
@@ -31,11 +34,11 @@ protected:
 TEST_F(VornServerDebugCommandTest, when_a_line_is_wrong_then_it_is_told_how)
 {
     unit.start();
-    const std::pair invalidAll(20, std::string("invalid \"all\" command\n"));
-    EXPECT_EQ(run({"vornsrv"}), std::pair(20, "invalid command\n" + usage));
-    EXPECT_EQ(run({"vornsrv", "all"}), std::pair(20, "invalid command\n" + usage));
-    EXPECT_EQ(run({"vornsrv", "x y", "ready"}), std::pair(20, "invalid component ID: x y\n" + usage));
-    EXPECT_EQ(run({"vornsrv", "ALL", "ready", "z"}), std::pair(20, "invalid component ID: ALL\n" + usage));
+    const std::pair invalidAll(2, std::string("invalid \"all\" command\n"));
+    EXPECT_EQ(run({"vornsrv"}), std::pair(2, "invalid command\n" + usage));
+    EXPECT_EQ(run({"vornsrv", "all"}), std::pair(2, "invalid command\n" + usage));
+    EXPECT_EQ(run({"vornsrv", "x y", "ready"}), std::pair(2, "invalid component ID: x y\n" + usage));
+    EXPECT_EQ(run({"vornsrv", "ALL", "ready", "z"}), std::pair(2, "invalid component ID: ALL\n" + usage));
     EXPECT_EQ(run({"vornsrv", "all", "ready", "z"}), invalidAll);
     EXPECT_EQ(run({"vornsrv", "all", "sessions", "z"}), invalidAll);
     EXPECT_EQ(run({"vornsrv", "all", "list"}), invalidAll);
@@ -102,6 +105,50 @@ TEST_F(VornServerDebugCommandTest, when_a_name_is_taken_then_the_first_handler_s
     EXPECT_FALSE(VornServerUlmo::getInstance().registerCmdHandler("all", &handler));
     EXPECT_TRUE(RecordedTraces::has("\"all\" is already registered"));
     EXPECT_EQ(run({"vornsrv", "all", "sessions"}).first, 0);
+}
+
+TEST_F(VornServerDebugCommandTest, when_temporary_data_is_handled_then_texts_and_codes_are_those_of_the_commands)
+{
+    unit.start();
+    using Result = std::pair<int, std::string>;
+    const auto begins = [](const Result& result, const std::string& text) {
+        EXPECT_EQ(result.first, 0);
+        EXPECT_EQ(result.second.substr(0, text.size()), text);
+    };
+    const std::string pidUsage = "Manipulate PID handling on RU\nUsage: pid_manipulation [options]\nOptions:\n";
+    const std::string fdfUsage = "Manipulate FDF file handling on RU\nUsage: fdf_manipulation [options]\nOptions:\n";
+    begins(run({"pid_manipulation"}), pidUsage);
+    begins(run({"pid_manipulation", "--help"}), pidUsage);
+    begins(run({"fdf_manipulation"}), fdfUsage);
+    begins(run({"fdf_manipulation", "-h"}), fdfUsage);
+
+    const std::string absent = "sarna_get_value_size error";
+    EXPECT_EQ(run({"fdf_manipulation", "-r"}), Result(0, "FDF_ID: " + absent + "\nFDF_FILE: " + absent + "\n"));
+    EXPECT_EQ(run({"fdf_manipulation", "-i"}), Result(2, ""));
+    EXPECT_EQ(run({"fdf_manipulation", "--id", "KRC1"}), Result(0, ""));
+    EXPECT_EQ(run({"fdf_manipulation", "--file", "<fru a=\"b\"/>"}), Result(0, ""));
+    EXPECT_EQ(run({"fdf_manipulation", "-f", "too", "many"}), Result(2, ""));
+    EXPECT_EQ(run({"fdf_manipulation", "--read"}), Result(0, "FDF_ID: KRC1\nFDF_FILE: <fru a=\"b\"/>\n"));
+    EXPECT_EQ(run({"fdf_manipulation", "-d"}), Result(0, ""));
+    EXPECT_EQ(run({"fdf_manipulation", "-r"}), Result(0, "FDF_ID: \nFDF_FILE: \n"));
+
+    EXPECT_EQ(run({"sysconread"}), Result(2, "sysconread is not registered\n"));
+    EXPECT_EQ(run({"sysconread", "name"}), Result(2, "sysconread is not registered\n"));
+    begins(run({"sysconread", "-h"}), "Prints System Constants on AAS\nUsage: sysconread [options]\nOptions:\n");
+}
+
+TEST_F(VornServerDebugCommandTest, when_the_store_cannot_be_written_then_each_failure_is_told)
+{
+    const std::string store = std::string(std::getenv("RU_DIR")) + "/sarna";
+    std::filesystem::remove_all(store);
+    std::ofstream(store) << "in the place of the folder";
+    unit.start();
+    const auto [code, text] = run({"fdf_manipulation", "-d"});
+    EXPECT_EQ(code, 2);
+    const std::string line = text.substr(0, text.find('\n') + 1);
+    EXPECT_TRUE(line.starts_with("sarna_set_value returned with ")) << text;
+    EXPECT_EQ(text, line + line);
+    EXPECT_EQ(run({"pid_manipulation", "-d"}), std::pair(2, line.substr(0, line.size() - 1)));
 }
 
 } // namespace

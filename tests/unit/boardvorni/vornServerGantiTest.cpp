@@ -6,6 +6,7 @@
 #include "ganti/ganti.pb.h"
 #include "ostinel/eventLoop.h"
 #include "serverThread.h"
+#include "vornServerDunl.h"
 #include "vorni/software.h"
 
 using namespace TestUnit;
@@ -15,7 +16,6 @@ using VornTrace::RecordedTraces;
 namespace {
 
 constexpr std::uint32_t ticket = 5;
-constexpr std::uint32_t gsmServerRef = 199;
 
 class VornServerGantiTest : public ::testing::Test
 {
@@ -24,7 +24,7 @@ protected:
     {
         VornServerComponent::areComponentsReadyToPublish = [] { return true; };
         thread.commonData.setPublicMbox(thread.post.addMailbox("public"));
-        client.serverRef = gsmServerRef;
+        client.serverRef = 199; // the last of a GSM client
         client.appear();
         ganti.appear();
         EXPECT_TRUE(component.init());
@@ -63,14 +63,19 @@ protected:
         message.set_ticket_number(ticket);
         answer(procRef, message);
     }
-    void acquire()
+    /// Gives a ticket, which can't be used yet. The procRef of the grant.
+    std::uint32_t giveTicket()
     {
         send<OmlaVornAcquireResourceReqS>();
         const auto request = ganti.expect<gant::AcquireResourceReq>();
         gant::AcquireResourceCfm cfm;
-        cfm.set_ticket_request_reference(gsmServerRef);
+        cfm.set_ticket_request_reference(client.serverRef);
         answerUnderTicket(request.procRef, cfm);
-        answerUnderTicket<gant::AcquireResourceInd>(request.procRef);
+        return request.procRef;
+    }
+    void acquire()
+    {
+        answerUnderTicket<gant::AcquireResourceInd>(giveTicket());
         client.expect<OmlaVornAcquireResourceCfmS>();
     }
     /// The procRef of the list.
@@ -93,7 +98,10 @@ protected:
     void collect(std::uint32_t procRef, const std::string& text, bool end)
     {
         sendPart(procRef, text, end);
-        EXPECT_EQ(ganti.expect<gant::SwCompListAck>().body.abort(), end);
+        const auto ack = ganti.expect<gant::SwCompListAck>();
+        EXPECT_EQ(ack.body.abort(), end);
+        EXPECT_EQ(ack.procRef, procRef);
+        EXPECT_EQ(ack.body.ticket_number(), ticket);
         client.expectNothing();
     }
     std::string expectPart(bool isLast)
@@ -101,8 +109,12 @@ protected:
         const Received received = client.expectNumber(OmlaVornSwCompListDataS::number);
         const auto& part = *viewSignal<OmlaVornSwCompListDataS>(received.get());
         EXPECT_EQ(part.endFlag, isLast ? 1U : 0U);
+        EXPECT_EQ(part.header.clientRef, client.clientRef);
+        EXPECT_EQ(part.header.serverRef, client.serverRef);
         EXPECT_EQ(received.size(), 23 + part.noOfBytes);
-        return {reinterpret_cast<const char*>(&part) + sizeof(part), part.noOfBytes};
+        const auto* text = reinterpret_cast<const char*>(&part) + sizeof(part);
+        EXPECT_EQ(std::string(text + part.noOfBytes, 3), std::string(3, '\0'));
+        return {text, part.noOfBytes};
     }
     void acknowledge(std::uint32_t abort = 0)
     {
@@ -129,6 +141,8 @@ std::string listOf(const std::string& productNumber, const std::string& revision
 
 TEST_F(VornServerGantiTest, when_a_gsm_client_lists_on_an_iru_then_the_list_names_the_running_software_in_small_parts)
 {
+    thread.commonData.getDunlClient().addCapability(
+        std::make_shared<TolmeCapability>(DunlCapability::SelectiveLoadingSupport)); // needs no validation here
     const std::uint32_t procRef = beginList();
     const std::string original = listOf("other", "R9");
     acknowledge();
@@ -152,6 +166,19 @@ TEST_F(VornServerGantiTest, when_a_gsm_client_lists_on_an_iru_then_the_list_name
     EXPECT_TRUE(
         RecordedTraces::has("VornServer:parseSwCompListForGsmIru with misc=" + original + " and misc_1=ABC%1%2_R1A_x"));
     acknowledge(); // the record went with the last part
+    expectSilence();
+    EXPECT_FALSE(RecordedTraces::hasPart("ABN: Failed to send message"));
+}
+
+TEST_F(VornServerGantiTest, when_the_client_does_not_wait_for_the_rewritten_list_then_it_gets_what_there_is_as_it_came)
+{
+    const std::uint32_t procRef = beginList();
+    collect(procRef, listOf("other", "R9").substr(0, 300), false);
+    acknowledge();
+    EXPECT_EQ(expectPart(false), listOf("other", "R9").substr(0, 255));
+    acknowledge();
+    EXPECT_EQ(expectPart(true), listOf("other", "R9").substr(255, 45));
+    sendPart(procRef, "late", true); // the list is over
     expectSilence();
 }
 
@@ -193,7 +220,7 @@ TEST_F(VornServerGantiTest, when_a_list_has_no_place_for_the_fixed_block_then_it
 
 TEST_F(VornServerGantiTest, when_the_unit_is_no_iru_or_the_client_no_gsm_client_then_the_list_is_passed_on_as_it_is)
 {
-    const std::uint32_t procRef = beginList();
+    std::uint32_t procRef = beginList();
     const auto expectPlain = [&] {
         sendPart(procRef, "<ProdNbr>a</ProdNbr>", false);
         EXPECT_EQ(expectPart(false), "<ProdNbr>a</ProdNbr>");
@@ -204,6 +231,12 @@ TEST_F(VornServerGantiTest, when_the_unit_is_no_iru_or_the_client_no_gsm_client_
     expectPlain();
     acknowledge();
     EXPECT_FALSE(ganti.expect<gant::SwCompListAck>().body.abort());
+    setProductName("IRU 8846");
+    for (const std::uint32_t serverRef : {99U, 200U}) {
+        client.serverRef = serverRef;
+        procRef = beginList();
+        expectPlain();
+    }
 }
 
 TEST_F(VornServerGantiTest, when_a_module_is_selected_then_it_is_kept_until_a_new_grant_or_an_unread_inventory)
@@ -233,14 +266,18 @@ TEST_F(VornServerGantiTest, when_a_module_is_selected_then_it_is_kept_until_a_ne
     EXPECT_EQ(commonData.getSelectLoadModule(), "CXP");
 
     client.serverRef = 7;
-    send<OmlaVornAcquireResourceReqS>();
-    const auto acquired = ganti.expect<gant::AcquireResourceReq>();
-    gant::AcquireResourceCfm cfm;
-    cfm.set_ticket_request_reference(7);
-    answerUnderTicket(acquired.procRef, cfm);
+    const std::uint32_t procRef = giveTicket();
     EXPECT_EQ(commonData.getSelectLoadModule(), "CXP");
-    answerUnderTicket<gant::AcquireResourceInd>(acquired.procRef);
+    answerUnderTicket<gant::AcquireResourceInd>(procRef);
     EXPECT_EQ(commonData.getSelectLoadModule(), "");
+}
+
+TEST(VornServerGantiInitTest, when_nobody_tells_whether_all_are_ready_then_no_connection_is_attempted)
+{
+    ServerThread thread;
+    EXPECT_FALSE(VornServerGanti(thread.commonData).init());
+    EXPECT_TRUE(RecordedTraces::has("GANTI component: missing callback function to areComponentsReadyToPublish()."));
+    EXPECT_FALSE(RecordedTraces::hasPart("GANTClient::connEstablishReq()"));
 }
 
 } // namespace
