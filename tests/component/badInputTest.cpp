@@ -4,10 +4,13 @@
 
 #include "dunl/numbers.h"
 #include "fesk/numbers.h"
+#include "ganti/ganti.pb.h"
+#include "ganti/numbers.h"
 #include "ostinel/kivTicket.h"
 #include "rhune/rhuneSignals.h"
 #include "unit.h"
 #include "vorni/connection.h"
+#include "vorni/software.h"
 #include "yarrowi/numbers.h"
 
 #include <algorithm>
@@ -18,7 +21,8 @@ using namespace TestUnit;
 
 namespace {
 
-constexpr std::size_t extra = 8; // bytes beyond a record
+constexpr std::size_t extra = 8;          // bytes beyond a record
+constexpr std::size_t longestBehind = 48; // of a signal that has no fixed end
 constexpr std::size_t longestBody = 40;
 
 class BadInputTest : public UnitTest
@@ -27,7 +31,7 @@ protected:
     BadInputTest()
     {
         for (const Vorni::SignalInfo& signal : Vorni::signals()) {
-            add(signal.number, signal.size);
+            add(signal.number, signal.size + (signal.openEnded ? longestBehind : 0));
         }
         const auto addAll = [this](const auto& messages) {
             for (const MessageNumber& message : messages) {
@@ -44,6 +48,27 @@ protected:
         }
         unit.bringUp();
         client = &unit.connect();
+        openLoad();
+    }
+
+    /// The client holds a ticket and is in the middle of a load, so that what belongs to these is looked at.
+    void openLoad()
+    {
+        client->send<OmlaVornAcquireResourceReqS>();
+        const auto acquire = unit.ganti.expect<gant::AcquireResourceReq>();
+        gant::AcquireResourceCfm cfm;
+        cfm.set_ticket_request_reference(acquire.body.ticket_request_reference());
+        cfm.set_ticket_number(ticket);
+        acquire.reply(cfm);
+        gant::AcquireResourceInd ind;
+        ind.set_ticket_number(ticket);
+        acquire.reply(ind);
+        client->expect<OmlaVornAcquireResourceCfmS>();
+        client->send<OmlaVornLoadLmcInitReqS>();
+        gant::PushLoadInitCfm initCfm;
+        initCfm.set_ticket_number(ticket);
+        unit.ganti.expect<gant::PushLoadInitReq>().reply(initCfm);
+        client->expect<OmlaVornLoadLmcInitCfmS>();
     }
 
     void add(std::uint32_t number, std::size_t size) { m_known.push_back({number, size}); }
@@ -55,6 +80,17 @@ protected:
         std::memcpy(bytes.data(), &number, sizeof(number));
         return bytes;
     }
+    /// Keys of the first fields with broken lengths and values.
+    void makeNearlyRight(std::span<std::byte> body)
+    {
+        constexpr std::array<std::uint32_t, 3> wireTypes{0, 0, 2};
+        for (std::size_t at = 0; at < body.size(); at += 2) {
+            body[at] = static_cast<std::byte>((1 + m_random() % 5) << 3 | wireTypes[m_random() % 3]);
+            if (at + 1 < body.size()) {
+                body[at + 1] &= std::byte{0x1F};
+            }
+        }
+    }
     void send(const Peer& from, std::uint32_t to, const std::vector<std::byte>& bytes)
     {
         from.sendBytes(to, bytes);
@@ -62,6 +98,14 @@ protected:
         if (m_sent % 512 == 0) { // keeps the queues short
             settle();
         }
+    }
+    /// With the references of the client, where they fit, so that what it has open is found.
+    std::vector<std::byte> withReferences(std::vector<std::byte> bytes) const
+    {
+        if (bytes.size() >= sizeof(VornSignalHeader)) {
+            reinterpret_cast<VornSignalHeader*>(bytes.data())->setReferences(client->clientRef, client->serverRef);
+        }
+        return bytes;
     }
     /// Random bytes under every known number at every length; a number that ends the session comes last.
     void sendEverything(const Peer& from, std::uint32_t to)
@@ -72,12 +116,12 @@ protected:
             const std::size_t step = 1 + longest / 256;
             for (std::size_t size = sizeof(number); size <= longest + extra; size += step) {
                 send(from, to, randomMessage(number, size));
+                send(from, to, withReferences(randomMessage(number, size)));
             }
         }
         settle();
     }
-    /// Headers that lead to a handler, a transaction and a session, with bodies that are random or nearly right: keys
-    /// of the first fields with broken lengths and values.
+    /// Headers that lead to a handler, a transaction and a session, with bodies that are random or nearly right.
     void sendBrokenBodies(const BoardServer& from, std::span<const MessageNumber> messages,
                           const std::vector<std::uint32_t>& connectionRefs)
     {
@@ -88,17 +132,37 @@ protected:
                 header->connectionRef = connectionRefs[m_random() % connectionRefs.size()];
                 header->procedureRef =
                     i % 3 == 0 ? header->connectionRef.value() : static_cast<std::uint32_t>(m_random() % 64);
-                for (std::size_t at = sizeof(*header); at < bytes.size() && i % 2 == 0; at += 2) {
-                    constexpr std::array<std::uint32_t, 3> wireTypes{0, 0, 2};
-                    bytes[at] = static_cast<std::byte>((1 + m_random() % 5) << 3 | wireTypes[m_random() % 3]);
-                    if (at + 1 < bytes.size()) {
-                        bytes[at + 1] &= std::byte{0x1F};
-                    }
+                if (i % 2 == 0) {
+                    makeNearlyRight(std::span(bytes).subspan(sizeof(*header)));
                 }
                 send(from, unit.privateMbox(), bytes);
             }
         }
         settle();
+    }
+    /// The same on the software manager's socket, with procedure references that are in use.
+    void sendGantiFrames(std::uint32_t msgNo, unsigned count)
+    {
+        for (unsigned i = 0; i < count; ++i) {
+            std::vector<std::byte> body(m_random() % longestBody);
+            std::generate(body.begin(), body.end(), [this] { return static_cast<std::byte>(m_random() & 0xFF); });
+            if (i % 2 == 0) {
+                makeNearlyRight(body);
+            }
+            unit.ganti.sendFrame(gantiHeader(msgNo) + std::string(reinterpret_cast<char*>(body.data()), body.size()));
+            ++m_sent;
+            if (m_sent % 64 == 0) { // before the answers fill the socket
+                settle();
+            }
+        }
+    }
+    std::string gantiHeader(std::uint32_t msgNo)
+    {
+        constexpr std::uint32_t someProcRefs = 16;
+        std::array<VornU32, 2> header;
+        header[0] = msgNo;
+        header[1] = static_cast<std::uint32_t>(m_random() % someProcRefs);
+        return {reinterpret_cast<const char*>(header.data()), sizeof(header)};
     }
     /// Waits for the server and throws away what it has sent to everyone meanwhile.
     void settle()
@@ -107,6 +171,7 @@ protected:
         for (Peer* peer : std::initializer_list<Peer*>{&unit.legacy, &unit.dunl, &unit.fesk, &unit.yarrowi, client}) {
             peer->discardAll();
         }
+        unit.ganti.discardAll();
     }
 
     /// The board's servers answer what a new client needs; every confirm is number + 1 and takes a field 1 of value 1.
@@ -152,6 +217,7 @@ protected:
     }
     std::uint32_t publicMbox() const { return client->publicMbox(); }
 
+    static constexpr std::uint32_t ticket = 5;
     Client* client = nullptr;
 
 private:
@@ -211,6 +277,34 @@ TEST_F(BadInputTest, when_a_board_server_sends_broken_messages_on_its_connection
     sendBrokenBodies(unit.fesk, fesk::messages, {unit.fesk.clientRef});
     sendBrokenBodies(unit.dunl, fesk::messages, {unit.dunl.clientRef, unit.fesk.clientRef});
     sendBrokenBodies(unit.yarrowi, yarrowi::messages, {1, 2, 3, 0});
+    expectServing();
+}
+
+TEST_F(BadInputTest, when_the_software_manager_sends_anything_then_the_server_serves_on)
+{
+    for (std::size_t size = 1; size <= sizeof(std::uint64_t); ++size) {
+        unit.ganti.sendFrame(gantiHeader(gant::PushLoadAck::MESSAGE_NUMBER).substr(0, size));
+    }
+    for (const MessageNumber& message : gant::messages) {
+        if (message.number != gant::ConnEstablishRej::MESSAGE_NUMBER) { // which ends the connection
+            sendGantiFrames(message.number, 200);
+        }
+    }
+    for (const std::uint32_t unknown : {0U, 46U, 0x01000000U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+        sendGantiFrames(unknown, 20);
+    }
+    settle();
+    unit.ganti.sendFrame(gantiHeader(gant::ConnEstablishRej::MESSAGE_NUMBER) + "\x08\xFF");
+    unit.ganti.expectClosed();
+    expectServing();
+}
+
+TEST_F(BadInputTest, when_the_software_manager_sends_an_empty_packet_then_that_is_the_end_of_the_connection)
+{
+    unit.ganti.sendFrame("");
+    unit.ganti.expectClosed();
+    unit.settle();
+    EXPECT_TRUE(VornTrace::RecordedTraces::has("PLOE connection closed by GANTI Server."));
     expectServing();
 }
 

@@ -84,13 +84,14 @@ protected:
     }
     /// The next signal is this reject with this text.
     template <typename Reject>
-    static void expectReject(Client& client, const std::string& text)
+    static Reject expectReject(Client& client, const std::string& text)
     {
         const auto rej = client.expect<Reject>();
         EXPECT_EQ(rej.header.clientRef, client.clientRef);
         EXPECT_EQ(rej.header.serverRef, client.serverRef);
         EXPECT_EQ(rej.errorCode, 1);
         EXPECT_EQ(fieldText(rej.description), text);
+        return rej;
     }
     /// Everything is handled, and nobody was told anything.
     void expectSilence(Client& client)
@@ -106,6 +107,7 @@ class BootSoftwareTest : public SoftwareTest
 {
 protected:
     static void SetUpTestSuite() { ::setenv("SYS_MODE", "AUBOOT", 1); }
+    static void TearDownTestSuite() { ::unsetenv("SYS_MODE"); }
 
     BootSoftwareTest() : SoftwareTest(1) {}
 };

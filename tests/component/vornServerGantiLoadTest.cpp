@@ -29,20 +29,27 @@ protected:
     {
         auto request = beginLoad();
         request.reply(ofTicket<gant::PushLoadInitCfm>(ticket));
-        client.expect<OmlaVornLoadLmcInitCfmS>();
+        expectInitConfirmed(0);
         return request;
     }
-    void sendBlock(std::uint16_t seqNr, std::string_view data, std::uint32_t noOfBytes) const
+    void expectInitConfirmed(std::uint16_t result)
     {
-        NewSignal<OmlaVornLoadLmcDataS> signal(client.clientRef, client.serverRef, data.size());
+        const auto cfm = client.expect<OmlaVornLoadLmcInitCfmS>();
+        EXPECT_EQ(cfm.loadInitResult, result);
+        EXPECT_EQ(cfm.header.clientRef, client.clientRef);
+        EXPECT_EQ(cfm.header.serverRef, client.serverRef);
+    }
+    static void sendBlock(const Client& sender, std::uint16_t seqNr, std::string_view data, std::uint32_t noOfBytes)
+    {
+        NewSignal<OmlaVornLoadLmcDataS> signal(sender.clientRef, sender.serverRef, data.size());
         signal->lmSeqNr = seqNr;
         signal->noOfBytes = noOfBytes;
         std::copy(data.begin(), data.end(), reinterpret_cast<char*>(&*signal) + sizeof(OmlaVornLoadLmcDataS));
-        signal.send(client.publicMbox(), client.mbox());
+        signal.send(sender.publicMbox(), sender.mbox());
     }
     void sendBlock(std::uint16_t seqNr, std::string_view data) const
     {
-        sendBlock(seqNr, data, static_cast<std::uint32_t>(data.size()));
+        sendBlock(client, seqNr, data, static_cast<std::uint32_t>(data.size()));
     }
     static gant::PushLoadAck ackOf(std::uint32_t seqNr, bool abort = false)
     {
@@ -63,7 +70,7 @@ TEST_F(VornServerGantiLoadTest, when_blocks_are_sent_then_each_arrives_with_a_re
     using namespace std::string_literals;
     sendBlock(0xFFFF, "first\0block"s);
     client.clientRef += 100;
-    sendBlock(0, "more than noOfBytes", 4);
+    sendBlock(client, 0, "more than noOfBytes", 4);
     sendBlock(1, "");
     const auto first = unit.ganti.expect<gant::PushLoadData>();
     EXPECT_EQ(first.body.data(), "first\0block"s);
@@ -75,10 +82,11 @@ TEST_F(VornServerGantiLoadTest, when_blocks_are_sent_then_each_arrives_with_a_re
     EXPECT_EQ(second.procRef, init.procRef + 2);
     EXPECT_EQ(unit.ganti.expect<gant::PushLoadData>().body.data(), "");
 
-    second.reply(ackOf(0x10000)); // the lower half is passed on
+    second.reply(ackOf(0x12345)); // the lower half is passed on
     const auto ack = client.expect<OmlaVornLoadLmcAckS>();
-    EXPECT_EQ(ack.lmSeqNr, 0);
+    EXPECT_EQ(ack.lmSeqNr, 0x2345);
     EXPECT_EQ(ack.header.clientRef, client.clientRef);
+    EXPECT_EQ(ack.header.serverRef, client.serverRef);
     first.reply(ackOf(0xFFFF));
     EXPECT_EQ(client.expect<OmlaVornLoadLmcAckS>().header.clientRef, client.clientRef - 100);
     first.reply(ackOf(0xFFFF)); // its record is gone
@@ -100,8 +108,8 @@ TEST_F(VornServerGantiLoadTest, when_a_block_comes_before_the_load_or_is_longer_
     sendBlock(1, "data");
     expectSilence(client);
     const auto init = openLoad();
-    sendBlock(1, "data", 5);
-    sendBlock(1, "data", 0xFFFFFFFF);
+    sendBlock(client, 1, "data", 5);
+    sendBlock(client, 1, "data", 0xFFFFFFFF);
     expectSilence(client);
     EXPECT_TRUE(RecordedTraces::has("ABN: noOfBytes(4294967295) is more than the 4 bytes of data. Ignoring it."));
     sendBlock(2, "data");
@@ -146,13 +154,18 @@ TEST_F(VornServerGantiLoadTest, when_the_load_ends_then_the_result_is_told_and_a
     const auto told = client.expect<OmlaVornLoadLmcEndCfmS>();
     EXPECT_EQ(told.loadResult, 1);
     EXPECT_EQ(told.header.clientRef, client.clientRef);
+    EXPECT_EQ(told.header.serverRef, client.serverRef);
     client.send<OmlaVornLoadLmcEndReqS>();
     expectSilence(client);
 
-    openLoad();
-    client.send<OmlaVornLoadLmcEndReqS>();
-    unit.ganti.expect<gant::PushLoadEndReq>().reply(ofTicket<gant::PushLoadEndCfm>(ticket));
-    EXPECT_EQ(client.expect<OmlaVornLoadLmcEndCfmS>().loadResult, 0);
+    cfm.clear_result();
+    for (int i = 0; i < 2; ++i) {
+        openLoad();
+        client.send<OmlaVornLoadLmcEndReqS>();
+        unit.ganti.expect<gant::PushLoadEndReq>().reply(cfm);
+        EXPECT_EQ(client.expect<OmlaVornLoadLmcEndCfmS>().loadResult, 0);
+        cfm.mutable_unknown_fields()->AddVarint(gant::PushLoadEndCfm::kResultFieldNumber, 2); // none of its values
+    }
 }
 
 TEST_F(VornServerGantiLoadTest, when_a_load_is_refused_then_the_client_is_told_by_the_reason)
@@ -174,7 +187,7 @@ TEST_F(VornServerGantiLoadTest, when_a_load_is_refused_then_the_client_is_told_b
                                                            {Rej::RUNNING, std::uint16_t{2}}};
     for (const auto& [reason, result] : there) {
         beginLoad().reply(rejectOf<Rej>(ticket, reason));
-        EXPECT_EQ(client.expect<OmlaVornLoadLmcInitCfmS>().loadInitResult, result);
+        expectInitConfirmed(result);
         sendBlock(1, "data");
         expectSilence(client);
     }
@@ -186,6 +199,7 @@ TEST_F(VornServerGantiLoadTest, when_no_slot_is_free_then_the_oldest_software_is
     init.reply(ofTicket<gant::PushLoadInitRej>(ticket)); // no reason is a shortage
     const auto inventory = unit.ganti.expect<gant::GetSwProductInvReq>();
     EXPECT_EQ(inventory.procRef, init.procRef);
+    EXPECT_EQ(inventory.body.ticket_number(), ticket);
     EXPECT_FALSE(inventory.body.has_force());
     auto slots = ofTicket<gant::GetSwProductInvCfm>(ticket);
     using Slot = gant::ProductInventory;
@@ -198,6 +212,7 @@ TEST_F(VornServerGantiLoadTest, when_no_slot_is_free_then_the_oldest_software_is
         slot->set_status(status);
         slot->set_access(access);
         slot->set_software_type(type);
+        return slot;
     };
     add("P1A", true);
     add("P1B", false, Slot::WRITING);
@@ -205,16 +220,19 @@ TEST_F(VornServerGantiLoadTest, when_no_slot_is_free_then_the_oldest_software_is
     add("P1D", false, Slot::VALID, Slot::READ_WRITE, Slot::AUBOOT);
     add("R10A");
     add("R2B");
+    add("R2B")->set_product_number("equally old");
     add("R2AA");
     inventory.reply(slots);
     const auto deletion = unit.ganti.expect<gant::DeleteReq>();
     EXPECT_EQ(deletion.procRef, init.procRef);
+    EXPECT_EQ(deletion.body.ticket_number(), ticket);
     EXPECT_EQ(deletion.body.software(), "CXP_R2B");
     unit.settle();
     client.expectNothing();
     deletion.reply(ofTicket<gant::DeleteCfm>(ticket));
     const auto again = unit.ganti.expect<gant::PushLoadInitReq>();
     EXPECT_EQ(again.procRef, init.procRef);
+    EXPECT_EQ(again.body.ticket_number(), ticket);
     EXPECT_EQ(again.body.software(), "CXP_R1A");
 
     const auto deletedOf = [&] {
@@ -225,9 +243,10 @@ TEST_F(VornServerGantiLoadTest, when_no_slot_is_free_then_the_oldest_software_is
         unit.ganti.expect<gant::PushLoadInitReq>();
         return request.body.software();
     };
+    add("P1A");
+    add("R1");
     add("X1");
-    add("");
-    EXPECT_EQ(deletedOf(), "CXP_X1") << "nothing comes before a revision that is none";
+    EXPECT_EQ(deletedOf(), "CXP_R1") << "nothing comes before a revision without letters, or that is none";
     add("R1A", false, Slot::ERASING);
     EXPECT_EQ(deletedOf(), "");
     slots.clear_product_inventory();
@@ -247,6 +266,20 @@ TEST_F(VornServerGantiLoadTest, when_no_room_can_be_made_then_the_load_is_reject
     expectSilence(client);
 }
 
+TEST_F(VornServerGantiLoadTest, when_a_client_goes_while_room_is_made_then_its_load_ends_and_late_answers_find_nothing)
+{
+    const auto init = beginLoad();
+    init.reply(ofTicket<gant::PushLoadInitRej>(ticket));
+    unit.ganti.expect<gant::GetSwProductInvReq>();
+    client.die();
+    EXPECT_EQ(unit.ganti.expect<gant::PushLoadEndReq>().procRef, init.procRef);
+    unit.ganti.expect<gant::ReleaseResourceReq>();
+    init.reply(ofTicket<gant::GetSwProductInvCfm>(ticket));
+    init.reply(ofTicket<gant::DeleteCfm>(ticket));
+    unit.settle();
+    unit.ganti.expectNothing();
+}
+
 TEST_F(VornServerGantiLoadTest, when_a_name_has_no_end_then_it_ends_with_its_signal)
 {
     using namespace std::string_literals;
@@ -258,15 +291,19 @@ TEST_F(VornServerGantiLoadTest, when_a_name_has_no_end_then_it_ends_with_its_sig
 TEST_F(VornServerGantiLoadTest,
        when_a_client_goes_with_a_block_in_flight_then_its_load_ends_and_the_answer_harms_nobody)
 {
-    Client& other = unit.connect(8);
+    Client& other = unit.connect(client.serverRef); // loads with it
     openLoad();
     sendBlock(1, "data");
     const auto block = unit.ganti.expect<gant::PushLoadData>();
+    sendBlock(other, 2, "data", 4);
+    const auto otherBlock = unit.ganti.expect<gant::PushLoadData>();
     client.send<OmlaVornLoadLmcEndReqS>(); // not ended again by the loss
     unit.ganti.expect<gant::PushLoadEndReq>();
     client.die();
     unit.ganti.expect<gant::ReleaseResourceReq>();
     block.reply(ackOf(1));
+    otherBlock.reply(ackOf(2));
+    EXPECT_EQ(other.expect<OmlaVornLoadLmcAckS>().lmSeqNr, 2);
     expectSilence(other);
 }
 
@@ -299,8 +336,12 @@ TEST_F(VornServerGantiLoadTest, when_a_module_is_selected_then_any_slot_with_its
     }
     EXPECT_TRUE(RecordedTraces::has(
         "VornServerGanti::handleGetSwProductInvCfm() OMLA_VORN_SELECT_LMC_REQ try match='CXP 1/2_R1A'"));
-    EXPECT_TRUE(RecordedTraces::has("VornServerGanti::handleGetSwProductInvCfm() OMLA_VORN_SELECT_LMC_REQ "
-                                    "product_number='CXP 1/2', revision='R1AB'"));
+    const auto mark = RecordedTraces::mark();
+    select("CXP 1/2_R1AB");
+    client.expect<OmlaVornSelectLmcCfmS>();
+    const std::string looksAt = "VornServerGanti::handleGetSwProductInvCfm() OMLA_VORN_SELECT_LMC_REQ product_number='";
+    EXPECT_TRUE(RecordedTraces::has(looksAt + "CXP 1/2', revision='R1AB'", mark));
+    EXPECT_FALSE(RecordedTraces::hasPart(looksAt + "CXP'", mark));
     sendNamed<OmlaVornSelectLmcReqS>(client, "CXP");
     unit.ganti.expect<gant::GetSwProductInvReq>().reply(ofTicket<gant::GetSwProductInvRej>(ticket));
     expectReject<OmlaVornSelectLmcRejS>(client, "ABN: Resource not acquired");
@@ -308,16 +349,31 @@ TEST_F(VornServerGantiLoadTest, when_a_module_is_selected_then_any_slot_with_its
 
 using VornServerGantiDevicesTest = SelectiveLoadingTest;
 
+TEST_F(VornServerGantiDevicesTest, when_a_message_about_the_devices_does_not_parse_then_it_is_traced_and_dropped)
+{
+    Client& client = connectWithTicket(ticket);
+    dunl::ConnectedDevicesInitializedInd garbage;
+    garbage.mutable_unknown_fields()->AddVarint(0, 0); // a field can't have this number
+    for (const auto& [msgNo, name] : {std::pair{dunl::MsgNo::ConnectedDevicesInitializedCfm, "Cfm"},
+                                      std::pair{dunl::MsgNo::ConnectedDevicesInitializedInd, "Ind"}}) {
+        unit.dunl.sendMessage(unit.privateMbox(), msgNo, 1, unit.dunl.clientRef, garbage);
+        expectSilence(client);
+        EXPECT_TRUE(RecordedTraces::has(fmt::format(
+            "Unable to parse GPB message tolme.dunl.ConnectedDevicesInitialized{} of size 14 bytes", name)));
+    }
+}
+
 TEST_F(VornServerGantiDevicesTest, when_software_is_already_loaded_then_the_client_hears_it_when_all_devices_are_up)
 {
     Client& client = connectWithTicket(ticket);
+    Client& other = connectWithTicket(6, 8);
     const auto loadTo = [&](gant::PushLoadInitRej::Reason reason) {
         sendNamed<OmlaVornLoadLmcInitReqS>(client, "CXP_R1A");
         const auto init = unit.ganti.expect<gant::PushLoadInitReq>();
         init.reply(rejectOf<gant::PushLoadInitRej>(ticket, reason));
         return init.procRef;
     };
-    loadTo(gant::PushLoadInitRej::RUNNING);
+    const std::uint32_t acquireProcRef = loadTo(gant::PushLoadInitRej::RUNNING) - 1; // the other's
     EXPECT_EQ(client.expect<OmlaVornLoadLmcInitCfmS>().loadInitResult, 2);
 
     const std::uint32_t procRef = loadTo(gant::PushLoadInitRej::ALREADY_LOADED);
@@ -336,10 +392,17 @@ TEST_F(VornServerGantiDevicesTest, when_software_is_already_loaded_then_the_clie
     EXPECT_EQ(client.expect<OmlaVornLoadLmcInitCfmS>().loadInitResult, 1);
     indicate(procRef);
     expectSilence(client);
+    indicate(acquireProcRef); // any record will do
+    EXPECT_EQ(other.expect<OmlaVornLoadLmcInitCfmS>().loadInitResult, 1);
 
     unit.dunl.die();
-    loadTo(gant::PushLoadInitRej::ALREADY_LOADED);
+    unit.settle();
+    const auto mark = RecordedTraces::mark();
+    const std::uint32_t unanswered = loadTo(gant::PushLoadInitRej::ALREADY_LOADED);
     expectSilence(client);
+    EXPECT_TRUE(RecordedTraces::has("ABN: Failed to send message -- not connected to TOLME server", mark));
+    client.send<OmlaVornLoadLmcEndReqS>();
+    EXPECT_EQ(unit.ganti.expect<gant::PushLoadEndReq>().procRef, unanswered);
 }
 
 } // namespace

@@ -40,6 +40,7 @@ protected:
         const auto& part = *viewSignal<OmlaVornSwCompListDataS>(received.get());
         EXPECT_EQ(part.endFlag, endFlag);
         EXPECT_EQ(part.header.clientRef, client.clientRef);
+        EXPECT_EQ(part.header.serverRef, client.serverRef);
         EXPECT_EQ(received.size(), 23 + part.noOfBytes);
         const auto* text = reinterpret_cast<const char*>(&part) + sizeof(part);
         EXPECT_EQ(std::string(text + part.noOfBytes, 3), std::string(3, '\0'));
@@ -55,9 +56,10 @@ protected:
 
 TEST_F(VornServerGantiSoftwareListTest, when_parts_come_then_each_is_passed_on_and_the_next_waits_for_the_client)
 {
+    using namespace std::string_literals;
     const auto list = beginList();
-    list.reply(partOf("<LmcList>\n", false));
-    EXPECT_EQ(expectPart(0), "<LmcList>\n");
+    list.reply(partOf("<LmcList>\n\0behind"s, false));
+    EXPECT_EQ(expectPart(0), "<LmcList>\n\0behind"s);
     acknowledge();
     const auto ack = unit.ganti.expect<gant::SwCompListAck>();
     EXPECT_EQ(ack.procRef, list.procRef);
@@ -126,7 +128,7 @@ TEST_F(VornServerGantiRunningTest, when_clients_ask_for_the_running_module_then_
     Client& first = unit.connect();
     Client& second = unit.connect(150);
     first.send<OmlaVornGetRunningLmcReqS>();
-    const auto firstRequest = unit.ganti.expect<gant::GetRunningSwReq>();
+    auto firstRequest = unit.ganti.expect<gant::GetRunningSwReq>();
     second.send<OmlaVornGetRunningLmcReqS>();
     const auto secondRequest = unit.ganti.expect<gant::GetRunningSwReq>();
     EXPECT_EQ(secondRequest.procRef, firstRequest.procRef + 1);
@@ -138,11 +140,16 @@ TEST_F(VornServerGantiRunningTest, when_clients_ask_for_the_running_module_then_
     EXPECT_EQ(fieldText(running.loadModule), "CXP%1_R1A");
     EXPECT_EQ(running.header.clientRef, second.clientRef);
     EXPECT_EQ(running.header.serverRef, second.serverRef);
-    cfm.set_running_software(std::string(36, 'x'));
-    firstRequest.reply(cfm);
-    EXPECT_EQ(fieldText(first.expect<OmlaVornGetRunningLmcCfmS>().loadModule), std::string(35, 'x'));
-    firstRequest.reply(cfm);
-    expectSilence(first);
+    for (const std::size_t size : {35U, 36U}) {
+        cfm.set_running_software(std::string(size, 'x'));
+        firstRequest.reply(cfm);
+        EXPECT_EQ(fieldText(first.expect<OmlaVornGetRunningLmcCfmS>().loadModule), std::string(35, 'x'));
+        EXPECT_EQ(RecordedTraces::hasPart("copyErrorDescription: data lost"), size > 35);
+        firstRequest.reply(cfm);
+        expectSilence(first);
+        first.send<OmlaVornGetRunningLmcReqS>();
+        firstRequest = unit.ganti.expect<gant::GetRunningSwReq>();
+    }
 }
 
 TEST_F(VornServerGantiRunningTest, when_the_running_module_is_not_known_then_the_client_is_told_why)
@@ -163,13 +170,18 @@ TEST_F(VornServerGantiRunningTest, when_the_running_module_is_not_known_then_the
 class VornServerGantiValidationTest : public SelectiveLoadingTest
 {
 protected:
-    auto expectValidation(Client& client)
+    GantiRequest<gant::GetRunningSwReq> ask(const Client& client)
     {
         client.send<OmlaVornGetRunningLmcReqS>();
-        const auto running = unit.ganti.expect<gant::GetRunningSwReq>();
+        auto running = unit.ganti.expect<gant::GetRunningSwReq>();
         gant::GetRunningSwCfm cfm;
         cfm.set_running_software("CXP%1_R1A");
         running.reply(cfm);
+        return running;
+    }
+    auto expectValidation(const Client& client)
+    {
+        const auto running = ask(client);
         const auto request =
             unit.dunl.expect<dunl::ValidateHwSwCompatibilityReq>(dunl::MsgNo::ValidateHwSwCompatibilityReq);
         EXPECT_EQ(request.body.software(), "CXP%1_R1A");
@@ -195,11 +207,23 @@ TEST_F(VornServerGantiValidationTest, when_the_board_can_tell_then_it_is_asked_w
     expectSilence(client);
     EXPECT_TRUE(RecordedTraces::has("ValidateHwSwCompatibilityRej missing errorType! Ignoring signal!"));
     rej.set_error_type(1);
+    unit.dunl.sendMessage(rejected.sender, dunl::MsgNo::ValidateHwSwCompatibilityRej, rejected.procedureRef + 1,
+                          unit.dunl.clientRef, rej);
+    expectSilence(client);
     rejected.reply(dunl::MsgNo::ValidateHwSwCompatibilityRej, rej);
     expectReject<OmlaVornGetRunningLmcRejS>(client, "ABN: Validating running software has failed");
     rej.set_error_type(0);
     expectValidation(client).reply(dunl::MsgNo::ValidateHwSwCompatibilityRej, rej);
     expectReject<OmlaVornGetRunningLmcRejS>(client, "ABN: Unknown ErrorCode!");
+
+    unit.dunl.die();
+    unit.settle();
+    const auto mark = RecordedTraces::mark();
+    const auto unanswered = ask(client);
+    expectSilence(client);
+    EXPECT_TRUE(RecordedTraces::has("ABN: Failed to send message -- not connected to TOLME server", mark));
+    unanswered.reply(gant::GetRunningSwRej()); // its record is still there
+    expectReject<OmlaVornGetRunningLmcRejS>(client, "HW interaction failure in reading environment variable");
 }
 
 } // namespace

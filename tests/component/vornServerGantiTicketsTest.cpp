@@ -3,7 +3,12 @@
 #include "softwareTest.h"
 #include "vornServerImpl.h"
 
+#include <array>
+#include <chrono>
+#include <gmock/gmock.h>
+
 using namespace TestUnit;
+using ::testing::UnorderedElementsAre;
 using VornTrace::RecordedTraces;
 
 namespace {
@@ -40,18 +45,29 @@ TEST_F(VornServerGantiTicketsTest, when_a_client_acquires_then_it_is_told_of_the
 TEST_F(VornServerGantiTicketsTest, when_a_client_acquires_twice_then_the_second_is_rejected_and_the_first_stays)
 {
     Client& client = unit.connect();
+    Client& namesake = unit.connect(client.serverRef);
+    const std::uint32_t clientRef = client.clientRef;
     sendAcquire(client);
     const std::uint32_t procRef = giveTicket(5);
-    const auto expectRejected = [&] {
-        sendAcquire(client);
-        expectReject<OmlaVornAcquireResourceRejS>(client, "acquire resource already requested by this client");
+    const auto expectRejected = [&](const Client& sender) {
+        sendAcquire(sender);
+        const auto rej =
+            expectReject<OmlaVornAcquireResourceRejS>(client, "acquire resource already requested by this client");
+        EXPECT_EQ(rej.resource, 1);
     };
-    expectRejected();
+    client.clientRef = namesake.clientRef;
+    expectRejected(client);
+    expectRejected(namesake); // the first of this reference hears it
     unit.ganti.send(procRef, ofTicket<gant::AcquireResourceInd>(5));
-    client.expect<OmlaVornAcquireResourceCfmS>();
-    expectRejected();
-    sendAcquire(client, 2); // another one, for the software manager the same
-    EXPECT_EQ(unit.ganti.expect<gant::AcquireResourceReq>().body.resource(), gant::SW_STORE);
+    EXPECT_EQ(client.expect<OmlaVornAcquireResourceCfmS>().header.clientRef, clientRef);
+    expectRejected(client);
+    sendAcquire(client, 2); // another one
+    giveTicket(6);
+    expectSilence(namesake);
+    for (const auto& [resource, ticket] : {std::pair<std::uint16_t, std::uint32_t>{2, 6}, {1, 5}}) {
+        sendRelease(client, resource);
+        EXPECT_EQ(unit.ganti.expect<gant::ReleaseResourceReq>().body.ticket_number(), ticket);
+    }
 }
 
 TEST_F(VornServerGantiTicketsTest, when_the_acquire_is_rejected_then_the_client_is_told_and_may_ask_again)
@@ -63,17 +79,18 @@ TEST_F(VornServerGantiTicketsTest, when_the_acquire_is_rejected_then_the_client_
         gant::AcquireResourceRej rej;
         rej.set_ticket_request_reference(client.serverRef + 1);
         request.reply(rej);
-        unit.settle();
-        client.expectNothing();
         rej.set_ticket_request_reference(client.serverRef);
+        unit.ganti.send(request.procRef + 1, rej);
+        expectSilence(client);
         request.reply(rej);
-        expectReject<OmlaVornAcquireResourceRejS>(client, "unknown resource");
+        EXPECT_EQ(expectReject<OmlaVornAcquireResourceRejS>(client, "unknown resource").resource, 9);
     }
 }
 
 TEST_F(VornServerGantiTicketsTest, when_a_ticket_is_released_then_all_that_is_open_under_it_ends_unanswered)
 {
     Client& client = connectWithTicket(5);
+    Client& other = connectWithTicket(6, 8);
     sendNamed<OmlaVornLoadLmcInitReqS>(client, "CXP_R1A");
     const auto load = unit.ganti.expect<gant::PushLoadInitReq>();
     sendRelease(client, 2);
@@ -93,57 +110,71 @@ TEST_F(VornServerGantiTicketsTest, when_a_ticket_is_released_then_all_that_is_op
     expectSilence(client);
     sendNamed<OmlaVornSelectLmcReqS>(client, "CXP_R1A");
     expectReject<OmlaVornSelectLmcRejS>(client, "ABN: Resource not acquired");
+    sendNamed<OmlaVornSelectLmcReqS>(other, "CXP_R1A");
+    EXPECT_EQ(unit.ganti.expect<gant::GetSwProductInvReq>().body.ticket_number(), 6U);
 }
 
 TEST_F(VornServerGantiTicketsTest, when_a_release_is_rejected_then_the_ticket_is_held_again)
 {
     Client& client = connectWithTicket(5);
+    client.clientRef += 100;
     sendRelease(client);
     const auto release = unit.ganti.expect<gant::ReleaseResourceReq>();
     release.reply(ofTicket<gant::ReleaseResourceRej>(5));
-    expectReject<OmlaVornReleaseResourceRejS>(client, "unknown resource");
+    EXPECT_EQ(expectReject<OmlaVornReleaseResourceRejS>(client, "unknown resource").resource, 1);
     sendNamed<OmlaVornSelectLmcReqS>(client, "CXP_R1A");
     EXPECT_EQ(unit.ganti.expect<gant::GetSwProductInvReq>().body.ticket_number(), 5U);
     sendRelease(client);
     EXPECT_EQ(unit.ganti.expect<gant::ReleaseResourceReq>().procRef, release.procRef);
 }
 
-TEST_F(VornServerGantiTicketsTest, when_a_client_releases_before_the_grant_then_with_the_ticket_that_is_known)
+TEST_F(VornServerGantiTicketsTest, when_a_client_releases_or_goes_before_the_grant_then_with_the_ticket_that_is_known)
 {
-    Client& client = unit.connect();
-    sendAcquire(client);
-    unit.ganti.expect<gant::AcquireResourceReq>();
-    sendRelease(client);
-    EXPECT_EQ(unit.ganti.expect<gant::ReleaseResourceReq>().body.ticket_number(), 0U);
-
-    Client& other = unit.connect(8);
-    sendAcquire(other);
+    const std::array clients{&unit.connect(7), &unit.connect(8), &unit.connect(9), &unit.connect(10)};
+    for (const Client* client : clients) {
+        sendAcquire(*client);
+    }
+    giveTicket(5);
     giveTicket(6);
+    unit.ganti.expect<gant::AcquireResourceReq>();
+    unit.ganti.expect<gant::AcquireResourceReq>();
     unit.settle();
-    sendRelease(other);
-    EXPECT_EQ(unit.ganti.expect<gant::ReleaseResourceReq>().body.ticket_number(), 6U);
+    sendRelease(*clients[0]);
+    clients[1]->die();
+    sendRelease(*clients[2]);
+    clients[3]->die();
+    for (const std::uint32_t ticket : {5U, 6U, 0U, 0U}) {
+        EXPECT_EQ(unit.ganti.expect<gant::ReleaseResourceReq>().body.ticket_number(), ticket);
+    }
 }
 
 TEST_F(VornServerGantiTicketsTest, when_a_request_needs_a_ticket_and_there_is_none_then_it_is_rejected)
 {
-    Client& client = unit.connect();
-    sendNamed<OmlaVornLoadLmcInitReqS>(client, "CXP_R1A");
-    expectReject<OmlaVornLoadLmcInitRejS>(client, "ABN: Resource not acquired");
-    sendNamed<OmlaVornSelectLmcReqS>(client, "CXP_R1A");
-    expectReject<OmlaVornSelectLmcRejS>(client, "ABN: Resource not acquired");
-    client.send<OmlaVornSwCompListReqS>();
-    expectReject<OmlaVornSwCompListRejS>(client, "ABN: Resource not acquired");
-    expectSilence(client);
+    for (const std::uint16_t protocolRev : {std::uint16_t{3}, std::uint16_t{1}}) {
+        unit.protocolRev = protocolRev;
+        Client& client = unit.connect(protocolRev);
+        sendNamed<OmlaVornLoadLmcInitReqS>(client, "CXP_R1A");
+        expectReject<OmlaVornLoadLmcInitRejS>(client, "ABN: Resource not acquired");
+        sendNamed<OmlaVornSelectLmcReqS>(client, "CXP_R1A");
+        expectReject<OmlaVornSelectLmcRejS>(client, "ABN: Resource not acquired");
+        client.send<OmlaVornSwCompListReqS>();
+        expectReject<OmlaVornSwCompListRejS>(client, "ABN: Resource not acquired");
+        expectSilence(client);
+    }
+    connectWithTicket(5); // of revision 1 too: this isn't the boot environment
 }
 
 TEST_F(VornServerGantiTicketsTest, when_a_client_goes_then_its_procedures_end_before_its_ticket)
 {
     Client& client = connectWithTicket(5);
     Client& other = connectWithTicket(6, 8);
-    client.send<OmlaVornSwCompListReqS>();
-    const auto list = unit.ganti.expect<gant::SwCompListReq>();
     sendNamed<OmlaVornLoadLmcInitReqS>(client, "CXP_R1A");
     const auto load = unit.ganti.expect<gant::PushLoadInitReq>();
+    client.send<OmlaVornSwCompListReqS>();
+    const auto list = unit.ganti.expect<gant::SwCompListReq>();
+    sendAcquire(client, 2);
+    grant(9);
+    client.expect<OmlaVornAcquireResourceCfmS>();
     client.send<OmlaVornGetRunningLmcReqS>();
     unit.ganti.expect<gant::GetRunningSwReq>();
     client.die();
@@ -154,7 +185,9 @@ TEST_F(VornServerGantiTicketsTest, when_a_client_goes_then_its_procedures_end_be
     const auto abort = unit.ganti.expect<gant::SwCompListAck>();
     EXPECT_EQ(abort.procRef, list.procRef);
     EXPECT_TRUE(abort.body.abort());
-    EXPECT_EQ(unit.ganti.expect<gant::ReleaseResourceReq>().body.ticket_number(), 5U);
+    const auto first = unit.ganti.expect<gant::ReleaseResourceReq>();
+    const auto second = unit.ganti.expect<gant::ReleaseResourceReq>();
+    EXPECT_THAT((std::vector{first.body.ticket_number(), second.body.ticket_number()}), UnorderedElementsAre(5U, 9U));
 
     end.reply(ofTicket<gant::PushLoadEndCfm>(5));
     expectSilence(other);
@@ -190,8 +223,11 @@ TEST_F(VornServerGantiTicketsTest, when_the_software_manager_goes_then_clients_g
     EXPECT_TRUE(RecordedTraces::has("PLOE connection closed by GANTI Server."));
     sendRelease(client);
     client.send<OmlaVornGetRunningLmcReqS>();
+    sendAcquire(client, 2);
     unit.settle();
     client.expectNothing();
+    sendAcquire(client, 2);
+    expectReject<OmlaVornAcquireResourceRejS>(client, "acquire resource already requested by this client");
     int exitCode = 0;
     EXPECT_EQ(unit.command({"vornsrv", "all", "ready"}, exitCode),
               "The following component(s) are not ready to publish\nVornServerGanti\n\n");
@@ -245,14 +281,28 @@ TEST_F(VornServerGantiBootTest,
     request.reply(rej);
     EXPECT_EQ(client.expect<OmlaVornAcquireResourceRejS>().resource, 1);
     expectSilence(client);
+    unit.ganti.send(request.procRef + 1, gant::GetSwProductInvRej()); // the request waits still
+    expectReject<OmlaVornSelectLmcRejS>(client, "ABN: Resource not acquired");
 }
 
-TEST_F(VornServerGantiBootTest, when_a_mailbox_without_a_session_asks_then_it_is_rejected)
+TEST_F(VornServerGantiBootTest, when_a_client_asks_that_has_no_session_or_a_later_revision_then_it_has_to_acquire)
 {
-    unit.connect();
-    Client& stranger = unit.addClient(9);
-    sendNamed<OmlaVornSelectLmcReqS>(stranger, "CXP_R1A");
-    expectReject<OmlaVornSelectLmcRejS>(stranger, "ABN: Resource not acquired");
+    unit.protocolRev = 3;
+    Client& later = connectWithTicket(5, 8);
+    sendRelease(later);
+    unit.ganti.expect<gant::ReleaseResourceReq>();
+    for (Client* client : {&later, &unit.addClient(9)}) {
+        sendNamed<OmlaVornSelectLmcReqS>(*client, "CXP_R1A");
+        expectReject<OmlaVornSelectLmcRejS>(*client, "ABN: Resource not acquired");
+    }
+}
+
+TEST_F(VornServerGantiBootTest, when_a_client_acquires_itself_then_it_is_not_told_of_the_grant)
+{
+    Client& client = unit.connect();
+    sendAcquire(client);
+    grant(5);
+    expectSilence(client);
 }
 
 class VornServerGantiStartTest : public UnitTest
@@ -261,18 +311,15 @@ class VornServerGantiStartTest : public UnitTest
 
 TEST_F(VornServerGantiStartTest, when_there_is_no_software_manager_then_the_start_fails_after_five_attempts)
 {
-    const auto mark = RecordedTraces::mark();
-    unit.server->start();
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(unit.server->start(), 0);
     ASSERT_TRUE(
-        RecordedTraces::waitFor("GANTI component: the GANTI client failed to send connEstablishReq.", mark, deadline));
-    const auto traces = RecordedTraces::since();
-    EXPECT_EQ(
-        std::count_if(traces.begin(), traces.end(),
-                      [](const auto& trace) {
-                          return trace.text ==
-                                 "GANTClient::connEstablishReq() PLOE connection to GANTI Server was unsuccessful.";
-                      }),
-        5);
+        RecordedTraces::waitFor("GANTI component: the GANTI client failed to send connEstablishReq.", 0, deadline));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(5 * 250));
+    EXPECT_EQ(RecordedTraces::count("GANTClient::connEstablishReq() PLOE connection to GANTI Server was unsuccessful."),
+              5U);
+    EXPECT_TRUE(RecordedTraces::waitFor("Failed to register signal handlers!", 0, deadline));
+    EXPECT_TRUE(RecordedTraces::has("VornServer component VornServerGanti has failed to init"));
 }
 
 TEST_F(VornServerGantiStartTest, when_the_software_manager_refuses_then_the_server_stays_unpublished)

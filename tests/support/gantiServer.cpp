@@ -187,6 +187,9 @@ void GantiServer::expectClosed()
 
 void GantiServer::discardAll()
 {
+    if (m_connection == nullptr) {
+        return;
+    }
     for (auto frame = receive(); frame && !frame->empty(); frame = receive()) {
     }
 }
@@ -203,6 +206,10 @@ void GantiServer::sendMessage(std::uint32_t msgNo, std::uint32_t procRef, const 
 void GantiServer::sendFrame(std::string_view bytes)
 {
     ploe_socket* const to = connection();
+    if (bytes.empty()) { // which the library doesn't send
+        ::send(ploe_fd(to), bytes.data(), 0, MSG_NOSIGNAL);
+        return;
+    }
     while (ploe_send(to, bytes.data(), bytes.size()) != 0) {
         if (errno != EAGAIN || !waitFor(to, POLLOUT)) {
             throw StepFailed(fmt::format("the software manager can't send: {}", std::strerror(errno)));

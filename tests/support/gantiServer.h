@@ -87,7 +87,7 @@ public:
         sendMessage(Message::MESSAGE_NUMBER, procRef, message);
     }
     void sendMessage(std::uint32_t msgNo, std::uint32_t procRef, const google::protobuf::Message& message);
-    /// Sends a frame of any bytes, the header included.
+    /// Sends a frame of any bytes, the header included. No bytes at all are the end of the connection to the client.
     void sendFrame(std::string_view bytes);
 
     /// Whether the client has taken all that was sent, and has closed its end of a connection that died. What it does

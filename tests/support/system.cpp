@@ -238,13 +238,26 @@ Process& RunningUnit::startServer(const Environment& environment)
 Board& RunningUnit::startBoard(const Words& options)
 {
     std::filesystem::path directory = m_directory;
-    if (!m_boards.empty()) { // another place for commands, the same mailboxes
+    if (!m_boards.empty()) { // another place for commands, the same mailboxes and message sockets
         directory /= fmt::format("board{}", m_boards.size());
         std::filesystem::create_directory(directory);
-        std::filesystem::create_directory_symlink(m_directory / "kiv", directory / "kiv");
+        for (const char* shared : {"kiv", "ploe"}) {
+            std::filesystem::create_directory(m_directory / shared); // whoever needs it first
+            std::filesystem::create_directory_symlink(m_directory / shared, directory / shared);
+        }
     }
     Process& process = start(directory, boardsim, options);
     return m_boards.emplace_back(process, directory);
+}
+
+Board& RunningUnit::startSoftwareManager()
+{
+    return startBoard({"--without", "legacy,dunl,fesk,yarrowi"});
+}
+
+Board& RunningUnit::startOtherServers()
+{
+    return startBoard({"--without", "ganti"});
 }
 
 Finished RunningUnit::run(const char* program, const Words& arguments)

@@ -100,10 +100,15 @@ public:
     RunningUnit();
     explicit RunningUnit(std::filesystem::path directory);
 
+    /// The software manager must be there.
     Process& startServer(const Environment& environment = {});
     /// The first has the unit's command "board". Each further one, for servers that the others leave out, has a command
     /// line of its own.
     Board& startBoard(const Words& options = {});
+    /// The one server of the board without which the server doesn't start, and the ones without which it isn't
+    /// published.
+    Board& startSoftwareManager();
+    Board& startOtherServers();
     Process& start(const char* program, const Words& arguments, const Environment& environment = {});
     /// Runs a program to its end.
     Finished run(const char* program, const Words& arguments);

@@ -7,10 +7,13 @@
 #include "dunl/numbers.h"
 #include "fesk/fesk.pb.h"
 #include "fesk/numbers.h"
+#include "ganti/ganti.pb.h"
+#include "ganti/numbers.h"
 #include "ostinel/kivTicket.h"
 #include "system.h"
 #include "vornServerImpl.h"
 #include "vorni/connection.h"
+#include "vorni/software.h"
 #include "yarrowi/numbers.h"
 #include "yarrowi/yarrowi.pb.h"
 
@@ -31,12 +34,16 @@ constexpr std::uint32_t seed = 20240611; // the same bytes in every run
 constexpr std::size_t messagesToSend = 100'000;
 constexpr std::size_t messagesToWarmUp = 20'000;
 constexpr std::size_t messagesToSettle = 512;
+constexpr std::size_t gantiHeaderSize = 8;
+constexpr std::size_t framesToSettle = 64; // before the answers fill the socket
+constexpr std::uint32_t ticket = 300;      // as in a message whose fields are all filled
 #ifdef __SANITIZE_THREAD__
 constexpr long mostGrowth = 64 * 1024; // KiB; its shadow of the memory grows with the addresses used
 #else
 constexpr long mostGrowth = 8 * 1024; // KiB; capabilities and faults that are reported again are kept, by design
 #endif
-constexpr std::size_t extra = 8; // bytes beyond a record
+constexpr std::size_t extra = 8;          // bytes beyond a record
+constexpr std::size_t longestBehind = 48; // of a signal that has no fixed end
 constexpr std::size_t longestBody = 40;
 constexpr std::uint32_t exitMessage = 0xDEADBEEF;
 
@@ -61,7 +68,8 @@ void fill(Message& message)
             reflection->SetBool(&message, field, true);
             break;
         case FieldDescriptor::CPPTYPE_STRING:
-            reflection->SetString(&message, field, "a text of some length");
+            isRepeated ? reflection->AddString(&message, field, "a text")
+                       : reflection->SetString(&message, field, "a text of some length");
             break;
         case FieldDescriptor::CPPTYPE_ENUM: {
             const auto* value = field->enum_type()->value(field->enum_type()->value_count() - 1);
@@ -109,7 +117,7 @@ protected:
         fmt::print("seed {}\n", seed);
         peers.server.reset(); // the one in the test's own process isn't needed
         for (const Vorni::SignalInfo& signal : Vorni::signals()) {
-            m_known.push_back({signal.number, signal.size});
+            m_known.push_back({signal.number, signal.size + (signal.openEnded ? longestBehind : 0)});
         }
         for (const auto& interface : interfaces) {
             for (const Encoded& message : interface) {
@@ -128,9 +136,11 @@ protected:
     {
         // Memory that the sanitizer keeps for itself isn't growth: what was freed, and the stack frames of the past.
         const char* options = std::getenv("ASAN_OPTIONS");
+        peers.ganti.appear();
         unit.startServer({{"ASAN_OPTIONS", std::string(options != nullptr ? options : "") +
                                                ":quarantine_size_mb=1:detect_stack_use_after_return=0"}});
         awaitMailbox(peers.post, "private_VornServer");
+        peers.connectGanti();
         peers.legacy.appear();
         peers.connectDunl();
         peers.connectFesk();
@@ -138,7 +148,24 @@ protected:
         published = awaitMailbox(peers.post, "VornServer");
         client = &peers.connect();
         peers.requestConnection(peers.addClient()); // held: leaves requests open
+        openLoad();
         settle();
+    }
+    /// The client holds a ticket and is in the middle of a load, so that what belongs to these is looked at.
+    void openLoad()
+    {
+        client->send<OmlaVornAcquireResourceReqS>();
+        const auto acquire = peers.ganti.expect<gant::AcquireResourceReq>();
+        gant::AcquireResourceCfm cfm;
+        cfm.set_ticket_request_reference(acquire.body.ticket_request_reference());
+        cfm.set_ticket_number(ticket);
+        acquire.reply(cfm);
+        gant::AcquireResourceInd ind;
+        ind.set_ticket_number(ticket);
+        acquire.reply(ind);
+        client->expect<OmlaVornAcquireResourceCfmS>();
+        client->send<OmlaVornLoadLmcInitReqS>();
+        peers.ganti.expect<gant::PushLoadInitReq>();
     }
 
     /// Waits for the server and throws away what it has sent to everyone meanwhile.
@@ -149,12 +176,17 @@ protected:
              std::initializer_list<TestUnit::Peer*>{&peers.legacy, &peers.dunl, &peers.fesk, &peers.yarrowi, client}) {
             peer->discardAll();
         }
+        peers.ganti.discardAll();
     }
     void send(const TestUnit::Peer& from, std::uint32_t to, const Bytes& bytes)
     {
         from.sendBytes(to, bytes);
+        noteSent(messagesToSettle);
+    }
+    void noteSent(std::size_t mostAtOnce)
+    {
         ++m_sent;
-        if (m_sent % messagesToSettle == 0) {
+        if (m_sent % mostAtOnce == 0) {
             settle();
         }
         if (m_sent == messagesToWarmUp) {
@@ -171,11 +203,22 @@ protected:
         return bytes;
     }
 
+    /// With those of the client, where they fit, so that what it has open is found.
+    Bytes withReferences(Bytes bytes) const
+    {
+        if (bytes.size() >= sizeof(VornSignalHeader)) {
+            reinterpret_cast<VornSignalHeader*>(bytes.data())->setReferences(client->clientRef, client->serverRef);
+        }
+        return bytes;
+    }
     void sendEveryLength(const TestUnit::Peer& from, std::uint32_t to)
     {
         for (const Known& known : m_known) {
             for (std::size_t size = sizeof(known.number); size <= known.size + extra; ++size) {
                 send(from, to, randomMessage(known.number, size));
+                if (&from == client) {
+                    send(from, to, withReferences(randomMessage(known.number, size)));
+                }
             }
         }
         settle();
@@ -196,15 +239,65 @@ protected:
                 send(from, to, withHeader(from, {message.number, message.body.substr(0, size)}));
             }
             for (int i = 0; i < 64 && !message.body.empty(); ++i) {
-                std::string body = message.body;
-                for (std::uint32_t flips = 1 + random(4); flips > 0; --flips) {
-                    char& turned = body[random(static_cast<std::uint32_t>(body.size()))];
-                    turned = static_cast<char>(turned ^ (1 << random(8)));
-                }
-                send(from, to, withHeader(from, {message.number, body}));
+                send(from, to, withHeader(from, {message.number, withBitsTurned(message.body)}));
             }
         }
         settle();
+    }
+    /// The same on the software manager's socket. What ends the connection isn't among it.
+    void sendBrokenFrames(const std::vector<Encoded>& messages)
+    {
+        for (const Encoded& message : messages) {
+            if (message.number == gant::ConnEstablishRej::MESSAGE_NUMBER) {
+                continue;
+            }
+            for (std::size_t size = 0; size <= message.body.size(); ++size) {
+                sendFrame(message.number, message.body.substr(0, size));
+            }
+            for (int i = 0; i < 64; ++i) {
+                sendFrame(message.number, withBitsTurned(message.body));
+            }
+        }
+        for (int i = 0; i < 300; ++i) {
+            sendFrame(1000 + random(UINT32_MAX - 1000), withBitsTurned(messages.back().body));
+        }
+        for (std::size_t size = 1; size <= gantiHeaderSize; ++size) {
+            const auto header = gantiHeader(random(64));
+            peers.ganti.sendFrame({reinterpret_cast<const char*>(header.data()), size});
+        }
+        settle();
+    }
+    void sendFrame(std::uint32_t msgNo, const std::string& body)
+    {
+        const auto header = gantiHeader(msgNo);
+        peers.ganti.sendFrame(std::string(reinterpret_cast<const char*>(header.data()), sizeof(header)) + body);
+        noteSent(framesToSettle);
+    }
+    std::array<VornU32, 2> gantiHeader(std::uint32_t msgNo)
+    {
+        std::array<VornU32, 2> header;
+        header[0] = msgNo;
+        header[1] = random(16);
+        return header;
+    }
+    std::string withBitsTurned(std::string bytes)
+    {
+        for (std::uint32_t flips = 1 + random(4); flips > 0 && !bytes.empty(); --flips) {
+            char& turned = bytes[random(static_cast<std::uint32_t>(bytes.size()))];
+            turned = static_cast<char>(turned ^ (1 << random(8)));
+        }
+        return bytes;
+    }
+    /// The software manager says again that it is connected, which what it sent may have undone, and then that it
+    /// isn't.
+    void endSoftwareManager()
+    {
+        gant::ConnEstablishCfm cfm;
+        cfm.set_selected_protocol_revision(1);
+        peers.ganti.send(0, cfm);
+        settle();
+        peers.ganti.send(0, gant::ConnEstablishRej());
+        peers.ganti.expectClosed();
     }
     Bytes withHeader(const TestUnit::BoardServer& from, const Encoded& message)
     {
@@ -244,7 +337,7 @@ protected:
         peers.dunl.die();
         peers.fesk.die();
         awaitGone(peers.post, published);
-        unit.startBoard({"--without", "yarrowi"});
+        unit.startBoard({"--without", "yarrowi,ganti"});
         awaitMailbox(peers.post, "VornServer");
         peers.settle();
         peers.yarrowi.discardAll();
@@ -260,6 +353,7 @@ protected:
 
     const std::vector<std::vector<Encoded>> interfaces{encodeAll(dunl::messages), encodeAll(fesk::messages),
                                                        encodeAll(yarrowi::messages)};
+    const std::vector<Encoded> gantiMessages = encodeAll(gant::messages);
     TestUnit::Unit peers;
     std::uint32_t published = KIV_NO_MBOX;
     TestUnit::Client* client = nullptr;
@@ -295,9 +389,11 @@ TEST_F(BadInputTest, when_every_peer_sends_100000_messages_of_all_kinds_then_the
                 sendBrokenBodies(*boardServers[i], to, interfaces[(i + 1) % interfaces.size()]);
             }
         }
+        sendBrokenFrames(gantiMessages);
     } while (m_sent < messagesToSend);
     sendEveryLength(peers.legacy, client->fwdMbox); // ends the client's session in the end
     expectNoGrowth();
+    endSoftwareManager();
     expectServing();
 }
 

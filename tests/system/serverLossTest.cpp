@@ -3,6 +3,7 @@
 #include "system.h"
 #include "vorni/deepSleep.h"
 #include "vorni/linkSupervision.h"
+#include "vorni/software.h"
 #include "vorni/utc.h"
 
 #include <csignal>
@@ -11,7 +12,7 @@ using namespace TestSystem;
 
 namespace {
 
-constexpr const char* allServers[] = {"legacy", "dunl", "fesk", "yarrowi"};
+constexpr const char* allServers[] = {"legacy", "dunl", "fesk", "yarrowi", "ganti"};
 
 /// One of the servers is a process of its own, so that it can be killed.
 class ServerLossTest : public SystemTest
@@ -27,12 +28,24 @@ protected:
     }
     void kill()
     {
-        Process& process = m_separate->process;
         const auto show = m_separate->show(m_name);
         const auto mbox = static_cast<std::uint32_t>(std::stoul(show["mailbox"].get<std::string>(), nullptr, 16));
-        process.signal(SIGKILL);
-        EXPECT_EQ(process.wait(), 128 + SIGKILL);
+        kill(*m_separate);
         awaitGone(mbox);
+    }
+    static void kill(Board& board)
+    {
+        board.process.signal(SIGKILL);
+        EXPECT_EQ(board.process.wait(), 128 + SIGKILL);
+    }
+    /// Returns when this is the one component that isn't ready.
+    void awaitNotReady(const std::string& component)
+    {
+        const std::string listing = "The following component(s) are not ready to publish\n" + component + "\n\n";
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (unit.run(ulmo, {"vornsrv", "all", "ready"}).output != listing) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end);
+        }
     }
     void bringBack()
     {
@@ -154,17 +167,40 @@ TEST_F(ServerLossTest, when_the_deep_sleep_server_is_killed_then_requests_are_dr
     EXPECT_TRUE(separate().show("yarrowi")["received"].empty());
 }
 
+TEST_F(ServerLossTest,
+       when_the_software_manager_is_killed_then_it_is_not_connected_again_and_the_server_not_published_again)
+{
+    bringUpWithSeparate("ganti");
+    DuClient& client = connect();
+    client.send<OmlaVornAcquireResourceReqS>([](auto& request) { request.resource = 1; });
+    client.expect<OmlaVornAcquireResourceCfmS>();
+    kill(separate());
+    awaitNotReady("VornServerGanti");
+    client.send<OmlaVornReleaseResourceReqS>([](auto& request) { request.resource = 1; });
+    client.expectSettled();
+    bringBack();
+    connect().expectMmiServed();
+    expectStillPublished();
+    EXPECT_TRUE(separate().show("ganti")["received"].empty());
+
+    unit.board().command({"legacy", "stop"}); // what has it published again otherwise
+    awaitGone(m_published);
+    unit.board().command({"legacy", "start"});
+    unit.awaitSessions("m_pLegacySession:"); // found, and readiness asked for
+    EXPECT_EQ(kiv_locate("VornServer"), KIV_NO_MBOX);
+}
+
 TEST_F(ServerLossTest, when_the_whole_board_is_killed_and_back_then_the_server_connects_to_all_that_it_finds_again)
 {
-    unit.startBoard();
+    unit.startSoftwareManager(); // it isn't looked for again
+    Board& killed = unit.startOtherServers();
     unit.startServer();
     DuClient& client = addClient();
     const std::uint32_t before = awaitPublished();
     client.server = before;
-    unit.board().process.signal(SIGKILL);
-    EXPECT_EQ(unit.board().process.wait(), 128 + SIGKILL);
+    kill(killed);
     awaitGone(before);
-    Board& board = unit.startBoard();
+    Board& board = unit.startOtherServers();
     client.server = awaitPublished();
     board.await("dunl", "GetCapabilitiesReq");
     board.await("fesk", "RegisterMmiUserReq");

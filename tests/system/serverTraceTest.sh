@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# scripts/trace against the running server: serverTraceTest.sh SCRIPT VORNSERVER BOARDSIM VORNCLIENT CASE
+# scripts/trace against the running server: serverTraceTest.sh SCRIPT VORNSERVER BOARDSIM VORNCLIENT ULMO CASE
 #
 # Its session daemon is no other's: a user's by its own LTTNG_HOME, root's, whose paths are fixed, by namespaces, where
 # the machine allows them. Ends with 77 where the trace tools are missing.
 set -u
 
-readonly script=$1 vornserver=$2 boardsim=$3 vornclient=$4 case=$5
+readonly script=$1 vornserver=$2 boardsim=$3 vornclient=$4 ulmo=$5 case=$6
 readonly provider=com_norvane_radiosw_vornserver
 
 for program in lttng lttng-sessiond lttng-relayd babeltrace2; do
@@ -59,6 +59,12 @@ startProgram() # NAME PROGRAM...
     started+=($!)
 }
 
+startBoard() # before the server: it needs the software manager at its start
+{
+    startProgram boardsim "$boardsim"
+    awaitLine "$work/boardsim.out" '^boardsim ready'
+}
+
 endPrograms()
 {
     { kill "${started[@]}" && wait "${started[@]}"; } 2>/dev/null
@@ -87,7 +93,7 @@ hasEvent() # EVENT FIELDS
 
 case $case in
 clientConnects)
-    startProgram boardsim "$boardsim"
+    startBoard
     startProgram server "$vornserver"
     "$vornclient" wait-published within 60 >"$work/published.out" 2>&1 || fail "the server is not published"
     startTracing
@@ -102,9 +108,11 @@ clientConnects)
     hasEvent TRACE1 'obj = "-", msg = "Creating new session and FwdMbox named VornFwdMbox_0 for DU_0"'
     ;;
 auBoot)
+    startBoard
+    "$ulmo" board legacy stop || fail "the legacy server does not stop"
     SYS_MODE=AUBOOT startProgram server "$vornserver"
     startTracing INFO
-    startProgram boardsim "$boardsim"
+    "$ulmo" board legacy start || fail "the legacy server does not start"
     awaitLine "$work/trace.out" 'highestProtocolRev('
     endTracing
     grep -Eq 'msg = "Publishing cloned mailbox: VornServer \(0x[0-9a-f]+\) and highestProtocolRev\(1\)"' \

@@ -31,6 +31,9 @@ protected:
 TEST_F(SessionTest, when_the_sample_session_is_played_then_it_passes)
 {
     unit.bringUp();
+    const std::string directory = std::getenv("RU_DIR"); // what the session loads
+    std::ofstream(directory + "/load.bin") << std::string(1'000'000, 'l');
+    std::ofstream(directory + "/small.bin") << std::string(5000, 's');
     const Finished session = unit.run(vornclient, {"--timeout", "15", "play", SAMPLE_SESSION});
     EXPECT_EQ(session.exitCode, 0) << session.output;
 }

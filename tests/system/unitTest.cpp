@@ -51,6 +51,7 @@ TEST_F(UnitOfProcessesTest, when_the_server_is_initialised_then_the_service_mana
     std::memcpy(address.sun_path, path.c_str(), path.size());
     ASSERT_EQ(::bind(manager, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
 
+    unit.startSoftwareManager();
     unit.startServer({{"NOTIFY_SOCKET", path}});
     pollfd entry{.fd = manager, .events = POLLIN, .revents = 0};
     ASSERT_EQ(::poll(&entry, 1, static_cast<int>(std::chrono::milliseconds(patience).count())), 1);
@@ -59,7 +60,7 @@ TEST_F(UnitOfProcessesTest, when_the_server_is_initialised_then_the_service_mana
     ::close(manager);
     EXPECT_STREQ(text.data(), "READY=1");
     EXPECT_NE(kiv_locate("private_VornServer"), KIV_NO_MBOX);
-    EXPECT_EQ(kiv_locate("VornServer"), KIV_NO_MBOX) << "published without a board";
+    EXPECT_EQ(kiv_locate("VornServer"), KIV_NO_MBOX) << "published without the rest of the board";
 }
 
 TEST_F(UnitOfProcessesTest, when_the_unit_boots_from_its_boot_environment_then_clients_are_served_too)
@@ -72,16 +73,17 @@ TEST_F(UnitOfProcessesTest, when_the_unit_boots_from_its_boot_environment_then_c
 
 TEST_F(UnitOfProcessesTest, when_commands_are_typed_then_texts_and_exit_codes_are_the_servers)
 {
+    unit.startSoftwareManager();
     unit.startServer();
     awaitMailbox(post, "private_VornServer");
     expectCommand({"vornsrv", "all", "sessions"}, 0, "");
-    unit.startBoard();
+    unit.startOtherServers();
     awaitPublished();
     expectCommand({"vornsrv", "all", "ready"}, 0, "All components are ready to publish\n\n");
-    expectCommand({"vornsrv", "all"}, 20, std::string("invalid command\n") + usage);
-    expectCommand({"vornsrv", "none", "ready"}, 20, std::string("invalid component ID: none\n") + usage);
-    expectCommand({"vornsrv", "all", "ready", "now"}, 20, "invalid \"all\" command\n");
-    expectCommand({"--list"}, 0, "board\nvornsrv\n");
+    expectCommand({"vornsrv", "all"}, 2, std::string("invalid command\n") + usage);
+    expectCommand({"vornsrv", "none", "ready"}, 2, std::string("invalid component ID: none\n") + usage);
+    expectCommand({"vornsrv", "all", "ready", "now"}, 2, "invalid \"all\" command\n");
+    expectCommand({"--list"}, 0, "board\nfdf_manipulation\npid_manipulation\nsysconread\nvornsrv\n");
     EXPECT_EQ(unit.run(ulmo, {"board", "nobody", "show"}).exitCode, 1);
     const Finished unknown = unit.run(ulmo, {"nonsense", "all"});
     EXPECT_EQ(unknown.exitCode, 127);

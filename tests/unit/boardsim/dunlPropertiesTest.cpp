@@ -42,8 +42,8 @@ protected:
     /// Whether all fields are there, with a text that fits its place in each of the legacy signals.
     static void expectWhole(const google::protobuf::Message& data)
     {
-        const std::map<std::string, std::size_t> most = {{"product_revision", 8}, {"product_number", 24},
-                                                         {"production_date", 7},  {"serial_number", 13},
+        const std::map<std::string, std::size_t> most = {{"product_revision", 7}, {"product_number", 24},
+                                                         {"production_date", 8},  {"serial_number", 13},
                                                          {"market_name", 32},     {"product_name", 20}};
         const auto& descriptor = *data.GetDescriptor();
         for (int i = 0; i < descriptor.field_count(); ++i) {
@@ -62,7 +62,7 @@ TEST_F(BoardSimPropertiesTest, product_data_is_whole_at_first_and_then_as_set)
     expectWhole(product());
     expectWhole(container());
     EXPECT_LE(product().product_name().size(), 12U);
-    EXPECT_EQ(product().production_date().size(), 7U);
+    EXPECT_EQ(product().production_date().size(), 8U);
 
     change({"dunl product product_name IRU 4478 B1 B3", "dunl product market_name absent",
             "dunl container serial_number S1", "dunl container product_number absent", "dunl restart"});
