@@ -17,7 +17,7 @@ using Fields = ProductData::Fields;
 Fields newProduct()
 {
     return {{"product_revision", "R3B"},        {"product_name", "Radio 4472 B"}, {"product_number", "TVM1614472/3"},
-            {"production_date", "2024W18"},     {"manufacturer", "Board works"},  {"serial_number", "TB8E418807"},
+            {"production_date", "20240503"},    {"manufacturer", "Board works"},  {"serial_number", "TB8E418807"},
             {"market_name", "Radio 4472 B1 B3"}};
 }
 
