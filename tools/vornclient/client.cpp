@@ -4,6 +4,7 @@
 #include "vornclient/clientHub.h"
 #include "vorni/connection.h"
 #include "vorni/faults.h"
+#include "vorni/software.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -87,6 +88,7 @@ void Client::close()
     }
     m_isConnected = false;
     m_isSubscribedToFaults = false;
+    m_heldResources.clear();
     m_references = m_settings.references;
     m_inbox.clear();
     m_faults.clear();
@@ -129,6 +131,7 @@ void Client::receive(Signal signal)
                                              number == OmlaVornSubscribeFaultsWithHwFaultLabelCfmS::number) {
         m_isSubscribedToFaults = m_isConnected;
     }
+    followResources(signal);
     m_hub.listener().onReceived(*this, signal);
     // Faults come from another mailbox than the one whose end is the end of the connection, and thus behind it too.
     const bool isBelieved = m_isConnected && signal.peerName != nullptr;
@@ -168,10 +171,25 @@ void Client::followRhuneConnection(const Vorni::DecodedSignal& signal)
     }
 }
 
+void Client::followResources(const Signal& signal)
+{
+    if (signal.number() == OmlaVornAcquireResourceCfmS::number) {
+        if (const auto granted = recordOf<OmlaVornAcquireResourceCfmS>(signal); granted && m_isConnected) {
+            std::erase(m_heldResources, granted->resource.value());
+            m_heldResources.push_back(granted->resource);
+        }
+    } else if (signal.number() == OmlaVornReleaseResourceCfmS::number) {
+        if (const auto released = recordOf<OmlaVornReleaseResourceCfmS>(signal)) {
+            std::erase(m_heldResources, released->resource.value());
+        }
+    }
+}
+
 void Client::loseConnection()
 {
     m_isConnected = false;
     m_isSubscribedToFaults = false;
+    m_heldResources.clear();
     if (m_faults.clear()) {
         m_hub.listener().onFaultChange(*this, {FaultEvent::cleared, {}});
     }

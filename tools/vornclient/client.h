@@ -77,6 +77,8 @@ public:
     const FaultView& faults() const { return m_faults; }
     /// Whether the server has confirmed a subscription in this connection.
     bool isSubscribedToFaults() const { return m_isSubscribedToFaults; }
+    /// The resources that the server has granted the client in this connection, in the order in which it did.
+    const std::vector<std::uint16_t>& heldResources() const { return m_heldResources; }
     Inbox& inbox() { return m_inbox; }
     const Inbox& inbox() const { return m_inbox; }
 
@@ -93,6 +95,7 @@ private:
     void receive(Signal signal);
     void followConnection(const Signal& signal);
     void followRhuneConnection(const Vorni::DecodedSignal& signal);
+    void followResources(const Signal& signal);
     /// What was known by the connection is known no longer.
     void loseConnection();
 
@@ -102,6 +105,7 @@ private:
     kiv_mbox_id_t m_mailbox = KIV_NO_MBOX;
     bool m_isConnected = false;
     bool m_isSubscribedToFaults = false;
+    std::vector<std::uint16_t> m_heldResources;
     Inbox m_inbox;
     FaultView m_faults;
 };

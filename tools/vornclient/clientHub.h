@@ -68,6 +68,8 @@ public:
     void setInterruptFd(int fd) { m_interruptFd = fd; }
     bool hasInterruptFd() const { return m_interruptFd >= 0; }
     int interruptFd() const { return m_interruptFd; }
+    /// For work that hardly ever waits.
+    bool isInterrupted() const { return waitForArrival({}); }
 
 private:
     void hunt(std::size_t index);

@@ -4,8 +4,10 @@
 #include "vorni/connection.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
 #include <sstream>
+#include <system_error>
 #include <utility>
 
 namespace VornClient {
@@ -154,8 +156,8 @@ void CommandContext::requireVorni() const
 
 Outcome CommandContext::beConnected()
 {
-    const bool connects =
-        actsByItself() && !client().isConnected() && client().settings().protocol == Vorni::Protocol::vorni;
+    const bool connects = m_options.connectsByItself && playDepth == 0 && !client().isConnected() &&
+                          client().settings().protocol == Vorni::Protocol::vorni;
     return connects ? connect() : Outcome{};
 }
 
@@ -174,24 +176,35 @@ Outcome CommandContext::send(Client& sender, std::vector<std::byte> bytes)
     return {};
 }
 
-Outcome CommandContext::transact(Client& sender, std::vector<std::byte> bytes, const Answers& answers)
+Outcome CommandContext::transact(Client& sender, std::vector<std::byte> bytes, const Answers& answers,
+                                 const Waiting& waiting)
 {
     const std::uint64_t mark = sender.inbox().nextSequence();
-    if (Outcome sent = send(sender, std::move(bytes)); sent.verdict != Verdict::ok) {
-        return sent;
-    }
-    const ServerMailbox& server = m_hub.serverFor(sender.settings().protocol);
+    Outcome sent = send(sender, std::move(bytes));
+    return sent.verdict == Verdict::ok ? await(sender, answers, mark, waiting) : sent;
+}
+
+Outcome CommandContext::await(Client& receiver, const Answers& answers, std::uint64_t since, const Waiting& waiting)
+{
+    const auto atMost = waiting.atMost.value_or(m_options.answerTimeout);
+    const ServerMailbox& server = m_hub.serverFor(receiver.settings().protocol);
     const unsigned losses = server.losses;
     std::optional<Signal> answer;
     const auto isAnswer = [&](const Signal& signal) {
-        return signal.number() == answers.confirm || signal.number() == answers.reject;
+        return (signal.number() == answers.confirm || signal.number() == answers.reject) &&
+               (!answers.isMine || answers.isMine(signal));
+    };
+    const auto showProgress = [&](ClientHub::Clock::duration waited) {
+        m_printer.progress(fmt::format("{}: {:.1f} of {}", waiting.progress,
+                                       std::chrono::duration<double>(waited).count(), printSeconds(atMost)));
     };
     const WaitResult result = m_hub.waitUntil(
         [&] {
-            answer = sender.inbox().take(isAnswer, mark);
+            answer = receiver.inbox().take(isAnswer, since);
             return answer.has_value() || server.losses != losses;
         },
-        ClientHub::Clock::now() + m_options.answerTimeout);
+        ClientHub::Clock::now() + atMost, waiting.progress.empty() ? ClientHub::Tick() : ClientHub::Tick(showProgress));
+    m_printer.endProgress();
     if (answer) {
         return judge(std::move(*answer), answers);
     }
@@ -206,8 +219,8 @@ Outcome CommandContext::transact(Client& sender, std::vector<std::byte> bytes, c
         break;
     }
     return {Verdict::timedOut,
-            fmt::format("expected {} within {}, came: {}", printAnswers(answers), printSeconds(m_options.answerTimeout),
-                        printUnread(sender.inbox())),
+            fmt::format("expected {} within {}, came: {}", printAnswers(answers), printSeconds(atMost),
+                        printUnread(receiver.inbox())),
             {}};
 }
 
@@ -282,6 +295,11 @@ CommandTable allCommands()
     addDeepSleepCommands(table);
     addOamStateCommands(table);
     addFaultCommands(table);
+    addSoftwareCommands(table);
+    addProductDataCommands(table);
+    addHwLogCommands(table);
+    addFruDescriptionCommands(table);
+    addCapabilityCommands(table);
     addRhuneCommands(table);
     addSignalCommands(table);
     addSessionCommands(table);
@@ -319,6 +337,35 @@ std::optional<std::chrono::milliseconds> takeWithin(Words& words)
     const auto time = parseSeconds(words.back());
     words = words.first(words.size() - count);
     return time;
+}
+
+std::optional<std::string> takeWith(Words& words)
+{
+    constexpr std::size_t count = 2;
+    if (words.size() < count || words[words.size() - count] != "with") {
+        return std::nullopt;
+    }
+    const std::string& text = words.back();
+    words = words.first(words.size() - count);
+    return text;
+}
+
+std::vector<std::string> completePath(const std::string& word)
+{
+    const std::string folder = word.substr(0, word.rfind('/') + 1); // all of the word where there is no slash: none
+    std::vector<std::string> paths;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder.empty() ? "." : folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code unknownKind;
+        std::string path = folder + entry->path().filename().string();
+        if (path.starts_with(word)) {
+            paths.push_back(std::move(path) + (entry->is_directory(unknownKind) ? "/" : ""));
+        }
+    }
+    const bool isOnlyFolder = paths.size() == 1 && paths.front().ends_with('/');
+    std::vector<std::string> inside = isOnlyFolder ? completePath(paths.front()) : std::vector<std::string>{};
+    return inside.empty() ? paths : inside;
 }
 
 std::string printUnread(const Inbox& inbox)

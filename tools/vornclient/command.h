@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -41,6 +42,14 @@ struct Outcome {
 struct Answers {
     std::uint32_t confirm = 0;
     std::uint32_t reject = 0;
+    /// Tells answers to this request from those to others, where a client may have more than one open.
+    std::function<bool(const Signal&)> isMine = nullptr;
+};
+
+/// How long an answer is waited for, and what the progress line says meanwhile.
+struct Waiting {
+    std::optional<std::chrono::milliseconds> atMost = std::nullopt; ///< by default the options' answerTimeout
+    std::string progress = {};                                      ///< empty for no progress line
 };
 
 struct Options {
@@ -48,6 +57,7 @@ struct Options {
     std::chrono::milliseconds answerTimeout{5000};
     std::chrono::milliseconds publishedTimeout{10000};
     bool connectsByItself = false; ///< a request of a client that isn't connected connects first, but in a session file
+    bool isInteractive = false;    ///< the user is there, and connects
 };
 
 class CommandTable;
@@ -76,22 +86,31 @@ public:
     /// Asks for a connection and waits for the answer.
     Outcome connect();
     /// Whether a command does by itself what has to come first: one-shot and at the prompt, but not in a session file.
-    bool actsByItself() const { return m_options.connectsByItself && playDepth == 0; }
+    bool actsByItself() const { return (m_options.connectsByItself || m_options.isInteractive) && playDepth == 0; }
     /// Connects where the options say that a client does so by itself.
     Outcome beConnected();
     /// Sends without waiting for an answer; waits for the server first.
     Outcome send(Client& sender, std::vector<std::byte> bytes);
     /// Sends and waits for one of the answers.
-    Outcome transact(Client& sender, std::vector<std::byte> bytes, const Answers& answers);
-    /// The same as a connected client of VORNI, with a request record: `fill` writes what isn't number and references.
-    template <typename Request, typename Fill>
-    Outcome request(const Answers& answers, Fill&& fill)
+    Outcome transact(Client& sender, std::vector<std::byte> bytes, const Answers& answers, const Waiting& waiting = {});
+    /// Waits for one of the answers among the signals from `since` on.
+    Outcome await(Client& receiver, const Answers& answers, std::uint64_t since, const Waiting& waiting = {});
+    /// Sends and waits as a connected client of VORNI. `make` gives the signal for the references, which are those of
+    /// the connection.
+    template <typename Make>
+    Outcome requestSignal(const Answers& answers, Make&& make, const Waiting& waiting = {})
     {
         requireVorni();
         Outcome connected = beConnected();
-        return connected.verdict != Verdict::ok
-                   ? connected
-                   : transact(client(), makeSignal<Request>(client().references(), fill), answers);
+        return connected.verdict != Verdict::ok ? connected
+                                                : transact(client(), make(client().references()), answers, waiting);
+    }
+    /// The same with a request record: `fill` writes what isn't number and references.
+    template <typename Request, typename Fill>
+    Outcome request(const Answers& answers, Fill&& fill, const Waiting& waiting = {})
+    {
+        return requestSignal(
+            answers, [&](const References& references) { return makeSignal<Request>(references, fill); }, waiting);
     }
     template <typename Request>
     Outcome request(const Answers& answers)
@@ -99,13 +118,14 @@ public:
         return request<Request>(answers, [](Request&) {});
     }
 
+    /// Throws BadUsage where the client in use doesn't speak VORNI.
+    void requireVorni() const;
+
     /// Session files that are being played: a file may play others, within reason.
     int playDepth = 0;
 
 private:
     Outcome waitFor(const ServerMailbox& server, std::chrono::milliseconds atMost);
-    /// Throws BadUsage where the client in use doesn't speak VORNI.
-    void requireVorni() const;
     Outcome judge(Signal answer, const Answers& answers) const;
 
     ClientHub& m_hub;
@@ -160,6 +180,12 @@ void requireWords(Words words, std::size_t atLeast, std::size_t atMost);
 
 /// Takes "within SECONDS" off the end of the words.
 std::optional<std::chrono::milliseconds> takeWithin(Words& words);
+
+/// Takes "with TEXT" off the end of the words.
+std::optional<std::string> takeWith(Words& words);
+
+/// Files whose path begins with a word. A folder that is the only one stands for what is in it.
+std::vector<std::string> completePath(const std::string& word);
 
 /// The last of the signals that nobody has asked for: the first thing to know when an expected one hasn't come.
 std::string printUnread(const Inbox& inbox);

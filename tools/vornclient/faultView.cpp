@@ -18,17 +18,6 @@ using FaultWithLabelInd = OmlaVornFaultWithRecoveryTimeAndHwFaultLabelIndS;
 /// Longer than any text field.
 constexpr std::size_t textLimit = 200;
 
-template <typename Record>
-std::optional<Record> recordOf(const Signal& signal)
-{
-    if (signal.bytes.size() < sizeof(Record)) {
-        return std::nullopt;
-    }
-    Record record;
-    std::memcpy(&record, signal.bytes.data(), sizeof(Record));
-    return record;
-}
-
 template <typename Indication>
 ShownFault shownFault(const Indication& indication, const Signal& signal)
 {

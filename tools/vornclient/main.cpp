@@ -96,6 +96,7 @@ int run(Arguments arguments, const CommandTable& table)
         arguments.options.client.mailboxName = unique;
     }
     arguments.options.connectsByItself = !arguments.words.empty();
+    arguments.options.isInteractive = arguments.words.empty();
     const auto printer = Printer::create(arguments.printer);
     ClientHub hub(unique + "_hub", *printer);
     CommandContext context(hub, *printer, table, arguments.options);

@@ -2,12 +2,14 @@
 
 #include "vornclient/clientHub.h"
 #include "vornclient/faultNames.h"
+#include "vorni/software.h"
 
 #include <cstdio>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <unistd.h>
+#include <variant>
 
 namespace VornClient {
 
@@ -51,10 +53,7 @@ public:
 
     void unitOutput(const std::string&, const std::string& output, int exitCode) override
     {
-        std::istringstream lines(output);
-        for (std::string line; std::getline(lines, line);) {
-            print("   | " + printable(line, line.size()));
-        }
+        printText(output);
         if (exitCode != 0) {
             print(fmt::format("   | exit code {}", exitCode));
         }
@@ -78,6 +77,46 @@ public:
     }
 
     void oamState(const Client&, const std::string& state) override { print("   | O&M state: " + state); }
+
+    void loaded(const Client&, const LoadSummary& summary) override { print("   | " + printLoadSummary(summary)); }
+
+    void softwareList(const Client&, const std::string& text) override { printText(text); }
+
+    void runningModule(const Client&, const std::string& loadModule) override
+    {
+        print("   | running: " + printable(loadModule, loadModule.size()));
+    }
+
+    void productData(const Client&, const char*, const ShownFields& fields) override
+    {
+        for (const ShownField& field : fields) {
+            print(fmt::format("   | {}: {}", field.name, printValue(field)));
+        }
+    }
+
+    void logEntries(const Client&, std::uint32_t, const std::vector<std::string>& entries) override
+    {
+        for (const std::string& entry : entries) {
+            print("   | " + printable(entry, entry.size()));
+        }
+    }
+
+    void fruDescription(const Client&, const std::string& fdfId, const std::string& text,
+                        const std::string& file) override
+    {
+        if (file.empty()) {
+            printText(text);
+        } else {
+            print(fmt::format("   | {}: {} bytes written to {}", printable(fdfId, fdfId.size()), text.size(), file));
+        }
+    }
+
+    void capabilities(const Client&, const std::vector<Capability>& capabilities) override
+    {
+        for (const std::string& line : printCapabilityTable(capabilities)) {
+            print("   | " + line);
+        }
+    }
 
     void faults(const Client& client) override
     {
@@ -113,6 +152,14 @@ public:
     void error(const std::string& text) override { writeLine(stderr, "vornclient: " + text); }
 
 private:
+    void printText(const std::string& text)
+    {
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            print("   | " + printable(line, line.size()));
+        }
+    }
+
     /// The whole screen, so that nothing of a longer table stays.
     void draw(const Client& client)
     {
@@ -129,7 +176,7 @@ private:
 
     void printSignal(const char* arrow, const Client& client, const Signal& signal)
     {
-        if (watched() != nullptr) {
+        if (isMuted(client, signal)) {
             return;
         }
         const std::string& label = client.settings().label;
@@ -202,6 +249,63 @@ public:
         print({{"event", "oamState"}, {"client", client.settings().label}, {"state", state}});
     }
 
+    void loaded(const Client& client, const LoadSummary& summary) override
+    {
+        print({{"event", "load"},
+               {"client", client.settings().label},
+               {"loadModule", summary.loadModule},
+               {"result", loadResultName(summary.result)},
+               {"bytes", summary.bytes},
+               {"blocks", summary.blocks},
+               {"seconds", summary.time.count()},
+               {"bytesPerSecond", summary.bytesPerSecond()}});
+    }
+
+    void softwareList(const Client& client, const std::string& text) override
+    {
+        print({{"event", "software"}, {"client", client.settings().label}, {"text", text}});
+    }
+
+    void runningModule(const Client& client, const std::string& loadModule) override
+    {
+        print({{"event", "running"}, {"client", client.settings().label}, {"loadModule", loadModule}});
+    }
+
+    void productData(const Client& client, const char* kind, const ShownFields& fields) override
+    {
+        print({{"event", "productData"},
+               {"client", client.settings().label},
+               {"kind", kind},
+               {"fields", toJson(fields)}});
+    }
+
+    void logEntries(const Client& client, std::uint32_t logId, const std::vector<std::string>& entries) override
+    {
+        print({{"event", "log"}, {"client", client.settings().label}, {"logId", logId}, {"entries", entries}});
+    }
+
+    void fruDescription(const Client& client, const std::string& fdfId, const std::string& text,
+                        const std::string& file) override
+    {
+        Json line{{"event", "fruDescription"}, {"client", client.settings().label}, {"fdfId", fdfId}};
+        if (file.empty()) {
+            line["text"] = text;
+        } else {
+            line["file"] = file;
+            line["bytes"] = text.size();
+        }
+        print(std::move(line));
+    }
+
+    void capabilities(const Client& client, const std::vector<Capability>& capabilities) override
+    {
+        Json list = Json::array();
+        for (const Capability& capability : capabilities) {
+            list.push_back(toJson(capability));
+        }
+        print({{"event", "capabilities"}, {"client", client.settings().label}, {"capabilities", std::move(list)}});
+    }
+
     void faults(const Client& client) override
     {
         Json faults = Json::array();
@@ -252,6 +356,27 @@ private:
         return json;
     }
 
+    static Json toJson(const ShownFields& fields)
+    {
+        Json json = Json::object();
+        for (const ShownField& field : fields) {
+            std::visit([&](const auto& value) { json[field.name] = value; }, field.value);
+        }
+        return json;
+    }
+
+    static Json toJson(const Capability& capability)
+    {
+        const char* name = capabilityName(capability.number);
+        Json parameters = Json::array();
+        for (const ShownFields& row : capability.parameters) {
+            parameters.push_back(toJson(row));
+        }
+        return {{"number", capability.number},
+                {"name", name != nullptr ? Json(name) : Json()},
+                {"parameters", std::move(parameters)}};
+    }
+
     static Json fieldsOf(const Vorni::DecodedSignal& signal)
     {
         Json fields = Json::object();
@@ -267,7 +392,7 @@ private:
 
     void printSignal(const char* arrow, const Client& client, const Signal& signal)
     {
-        if (watched() != nullptr) {
+        if (isMuted(client, signal)) {
             return;
         }
         const Vorni::DecodedSignal decoded = signal.decode();
@@ -317,6 +442,13 @@ std::unique_ptr<Printer> Printer::create(const PrinterSettings& settings)
         return std::make_unique<JsonPrinter>(settings);
     }
     return std::make_unique<TextPrinter>(settings);
+}
+
+bool Printer::isMuted(const Client& client, const Signal& signal) const
+{
+    const std::uint32_t number = signal.number();
+    return m_watched != nullptr ||
+           (m_loading == &client && (number == OmlaVornLoadLmcDataS::number || number == OmlaVornLoadLmcAckS::number));
 }
 
 void Printer::progress(const std::string& text)

@@ -1,7 +1,9 @@
 /// What the user sees: every signal and every step, as text or as JSON lines.
 #pragma once
 
+#include "vornclient/capabilityList.h"
 #include "vornclient/client.h"
+#include "vornclient/loadSummary.h"
 
 #include <memory>
 #include <string>
@@ -33,6 +35,20 @@ public:
     /// is drawn anew for each.
     virtual void beginWatch(const Client& client) = 0;
     void endWatch() { m_watched = nullptr; }
+    virtual void loaded(const Client& client, const LoadSummary& summary) = 0;
+    /// The list of software components, or a part of it.
+    virtual void softwareList(const Client& client, const std::string& text) = 0;
+    virtual void runningModule(const Client& client, const std::string& loadModule) = 0;
+    /// The fields of an answer that tells product data; `kind` is the command that asked for them.
+    virtual void productData(const Client& client, const char* kind, const ShownFields& fields) = 0;
+    virtual void logEntries(const Client& client, std::uint32_t logId, const std::vector<std::string>& entries) = 0;
+    /// A FRU description, which was written to a file unless that is empty.
+    virtual void fruDescription(const Client& client, const std::string& fdfId, const std::string& text,
+                                const std::string& file) = 0;
+    virtual void capabilities(const Client& client, const std::vector<Capability>& capabilities) = 0;
+    /// From here to endLoad a client's blocks and their acknowledgements aren't printed.
+    void beginLoad(const Client& client) { m_loading = &client; }
+    void endLoad() { m_loading = nullptr; }
     virtual void error(const std::string& text) = 0;
 
     /// A line that is overwritten by the next and by any other output; only on a terminal.
@@ -44,6 +60,8 @@ protected:
     /// Null where none is being watched.
     const Client* watched() const { return m_watched; }
     void setWatched(const Client& client) { m_watched = &client; }
+    /// Whether a signal goes without a line of its own.
+    bool isMuted(const Client& client, const Signal& signal) const;
     /// One whole line.
     void writeLine(std::FILE* stream, const std::string& line);
 
@@ -51,6 +69,7 @@ private:
     bool m_showsProgress;
     bool m_progressShown = false;
     const Client* m_watched = nullptr;
+    const Client* m_loading = nullptr;
 };
 
 } // namespace VornClient

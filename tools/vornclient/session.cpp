@@ -2,11 +2,11 @@
 
 #include "ostinel/commandClient.h"
 
-#include <cerrno>
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
-#include <system_error>
 #include <utility>
 
 namespace VornClient {
@@ -20,6 +20,38 @@ std::string trimmed(const std::string& line)
     constexpr const char* blanks = " \t\r";
     const std::size_t begin = line.find_first_not_of(blanks);
     return begin == std::string::npos ? "" : line.substr(begin, line.find_last_not_of(blanks) - begin + 1);
+}
+
+/// Puts the environment's values in place of each ${NAME}. A value is never taken apart into words.
+std::string expanded(const std::string& word)
+{
+    std::string result;
+    std::size_t at = 0;
+    for (std::size_t begin = word.find("${"); begin != std::string::npos; begin = word.find("${", at)) {
+        const std::size_t end = word.find('}', begin);
+        if (end == std::string::npos) {
+            throw BadUsage("${ isn't closed");
+        }
+        const std::string name = word.substr(begin + 2, end - begin - 2);
+        const char* value = std::getenv(name.c_str());
+        if (value == nullptr) {
+            throw BadUsage(fmt::format("the environment has no \"{}\"", name));
+        }
+        result += word.substr(at, begin - at) + value;
+        at = end + 1;
+    }
+    return result + word.substr(at);
+}
+
+/// The words of a line. Throws BadUsage.
+std::vector<std::string> readWords(const std::string& text)
+{
+    auto words = Ostinel::CommandClient::splitLine(text);
+    if (!words || words->empty()) {
+        throw BadUsage("a quote isn't closed");
+    }
+    std::transform(words->begin(), words->end(), words->begin(), expanded);
+    return std::move(*words);
 }
 
 Outcome playStep(CommandContext& context, const std::string& file, const SessionStep& step)
@@ -45,14 +77,15 @@ std::vector<SessionStep> readSession(std::istream& input, const std::string& fil
         if (text.empty() || text.front() == '#') {
             continue;
         }
-        const auto words = Ostinel::CommandClient::splitLine(text);
-        if (!words || words->empty()) {
-            throw BadUsage(fmt::format("{}:{}: a quote isn't closed", file, number));
+        try {
+            std::vector<std::string> words = readWords(text);
+            if (table.find(words.front()) == nullptr) {
+                throw BadUsage(fmt::format("there is no command \"{}\"", words.front()));
+            }
+            steps.push_back({number, std::move(text), std::move(words)});
+        } catch (const BadUsage& error) {
+            throw BadUsage(fmt::format("{}:{}: {}", file, number, error.what()));
         }
-        if (table.find(words->front()) == nullptr) {
-            throw BadUsage(fmt::format("{}:{}: there is no command \"{}\"", file, number, words->front()));
-        }
-        steps.push_back({number, std::move(text), *words});
     }
     return steps;
 }

@@ -16,8 +16,9 @@ struct SessionStep {
     std::vector<std::string> words;
 };
 
-/// Reads the steps. Throws BadUsage with "file:line" for a quote that isn't closed and for an unknown command, so that
-/// a misspelt file does nothing rather than half of it.
+/// Reads the steps, with the environment's value in place of each ${NAME}. Throws BadUsage with "file:line" for a quote
+/// that isn't closed, for an unknown command and for a variable that isn't set, so that a misspelt file does nothing
+/// rather than half of it.
 std::vector<SessionStep> readSession(std::istream& input, const std::string& file, const CommandTable& table);
 
 /// Plays the steps of a file. The message of a failure begins with "file:line: command: ".

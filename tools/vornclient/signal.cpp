@@ -115,9 +115,14 @@ void storeBytes(std::span<std::byte> field, std::span<const std::byte> bytes, co
     std::copy(bytes.begin(), bytes.end(), field.begin());
 }
 
-void storeField(std::span<std::byte> signal, const Vorni::FieldInfo& info, const std::string& value)
+/// A text that reaches to the end makes the signal as long as it takes, its zero included.
+void storeField(std::vector<std::byte>& signal, const Vorni::FieldInfo& info, const std::string& value)
 {
-    const auto field = signal.subspan(info.offset, info.size);
+    if (info.size == 0) {
+        signal.resize(std::max(signal.size(), info.offset + value.size() + 1));
+    }
+    const auto field =
+        std::span(signal).subspan(info.offset, info.size == 0 ? std::dynamic_extent : std::size_t{info.size});
     switch (info.kind) {
     case Vorni::FieldKind::number:
         storeNumber(field, parseNumber(value, largest(info.size)));
@@ -131,13 +136,13 @@ void storeField(std::span<std::byte> signal, const Vorni::FieldInfo& info, const
     }
 }
 
-void assign(std::span<std::byte> signal, std::uint32_t number, const Assignment& assignment)
+void assign(std::vector<std::byte>& signal, std::uint32_t number, const Assignment& assignment)
 {
     const auto references = referenceNames(number);
     if (assignment.name == references[0]) {
-        storeNumber(signal.subspan(4, 4), parseNumber(assignment.value, UINT32_MAX));
+        storeNumber(std::span(signal).subspan(4, 4), parseNumber(assignment.value, UINT32_MAX));
     } else if (assignment.name == references[1]) {
-        storeNumber(signal.subspan(8, 4), parseNumber(assignment.value, UINT32_MAX));
+        storeNumber(std::span(signal).subspan(8, 4), parseNumber(assignment.value, UINT32_MAX));
     } else if (const auto* field = findField(Vorni::findSignal(number), assignment.name)) {
         storeField(signal, *field, assignment.value);
     } else {
@@ -216,7 +221,11 @@ std::size_t utf8Length(std::string_view text)
 
 std::uint32_t Signal::number() const
 {
-    return decode().number;
+    std::uint32_t number = 0;
+    if (bytes.size() >= sizeof(number)) {
+        std::memcpy(&number, bytes.data(), sizeof(number));
+    }
+    return number;
 }
 
 std::string Signal::print() const

@@ -48,17 +48,40 @@ struct Signal {
     std::string text() const;
 };
 
-/// A record as the bytes of a signal, with number and references filled in; `fill` writes the rest.
+/// A record as the bytes of a signal, with number and references filled in; `fill` writes the rest. `sizeBehind` zeroed
+/// bytes follow the record.
 template <typename Record, typename Fill>
-std::vector<std::byte> makeSignal(const References& references, Fill&& fill)
+std::vector<std::byte> makeSignal(const References& references, Fill&& fill, std::size_t sizeBehind = 0)
 {
     Record record{};
     record.header.sigNo = Record::number;
     record.header.setReferences(references.clientRef, references.serverRef);
     fill(record);
-    std::vector<std::byte> bytes(sizeof(Record));
+    std::vector<std::byte> bytes(sizeof(Record) + sizeBehind);
     std::memcpy(bytes.data(), &record, sizeof(Record));
     return bytes;
+}
+
+/// The same with a text behind the record, and the text's zero.
+template <typename Record>
+std::vector<std::byte> makeSignalWithText(const References& references, std::string_view text)
+{
+    auto bytes = makeSignal<Record>(
+        references, [](Record&) {}, text.size() + 1);
+    text.copy(reinterpret_cast<char*>(bytes.data()) + sizeof(Record), text.size());
+    return bytes;
+}
+
+/// The record at the start of a signal; nothing where the signal is too short for it.
+template <typename Record>
+std::optional<Record> recordOf(const Signal& signal)
+{
+    if (signal.bytes.size() < sizeof(Record)) {
+        return std::nullopt;
+    }
+    Record record;
+    std::memcpy(&record, signal.bytes.data(), sizeof(Record));
+    return record;
 }
 
 /// The number of a signal by its name, with or without "OMLA_VORN_" and in any case, or by its number.

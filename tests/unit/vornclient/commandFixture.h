@@ -40,6 +40,32 @@ public:
             whenFaultChanges();
         }
     }
+    void loaded(const Client&, const LoadSummary& summary) override
+    {
+        log.push_back(summary.loadModule + " " + loadResultName(summary.result));
+    }
+    void softwareList(const Client&, const std::string& text) override { log.push_back("list " + text); }
+    void runningModule(const Client&, const std::string& name) override { log.push_back("running " + name); }
+    void productData(const Client&, const char*, const ShownFields& fields) override
+    {
+        for (const ShownField& field : fields) {
+            log.push_back(field.name + " " + printValue(field));
+        }
+    }
+    void logEntries(const Client&, std::uint32_t, const std::vector<std::string>& entries) override
+    {
+        log.insert(log.end(), entries.begin(), entries.end());
+    }
+    void fruDescription(const Client&, const std::string& fdfId, const std::string& text,
+                        const std::string& file) override
+    {
+        log.push_back(fdfId + " " + (file.empty() ? text : "in a file"));
+    }
+    void capabilities(const Client&, const std::vector<Capability>& capabilities) override
+    {
+        const auto lines = printCapabilityTable(capabilities);
+        log.insert(log.end(), lines.begin(), lines.end());
+    }
     void error(const std::string&) override {}
 
     std::vector<std::string> log;
@@ -57,6 +83,11 @@ class VornClientCommand : public testing::Test
 {
 protected:
     void serve(ScriptedServer::Script script) { m_server = std::make_unique<ScriptedServer>(std::move(script)); }
+
+    /// The script has had all that was sent when this returns, and runs no more.
+    void stopServing() { m_server.reset(); }
+
+    void TearDown() override { stopServing(); }
 
     /// Answers connection requests; the rest is the script's.
     void serveConnected(ScriptedServer::Script script)

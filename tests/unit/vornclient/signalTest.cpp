@@ -46,6 +46,8 @@ TEST(BuildSignal, FillsRecordByFieldNames)
     const auto reject = build({"OMLA_VORN_SET_UTC_TIME_REJ", "errorCode=1", "description=no time"});
     ASSERT_EQ(reject.size(), 128U);
     EXPECT_EQ(signalOf(reject).text(), "no time");
+    EXPECT_EQ(build({"LOAD_LMC_INIT_REQ", "loadModule=N_R1A"}),
+              bytesOf("\x03\x88\x65\x01\0\0\0\x07\0\0\0\x08N_R1A\0"sv));
 }
 
 TEST(BuildSignal, AppendsRawBytesAndCutsToSize)

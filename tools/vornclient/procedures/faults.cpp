@@ -2,7 +2,7 @@
 #include "vorni/faults.h"
 
 #include "vornclient/command.h"
-#include "vornclient/interrupt.h"
+#include "vornclient/interruptibleWaits.h"
 #include "vornclient/procedures/procedures.h"
 #include "vorni/oamState.h"
 
@@ -60,30 +60,6 @@ Outcome list(CommandContext& context, Words words)
     return {};
 }
 
-/// Lets Ctrl-C end a watch where the caller hasn't seen to it.
-class WatchInterrupt
-{
-public:
-    explicit WatchInterrupt(ClientHub& hub) : m_hub(hub)
-    {
-        if (!hub.hasInterruptFd()) {
-            m_hub.setInterruptFd(m_interrupt.emplace().fd());
-        }
-    }
-    ~WatchInterrupt()
-    {
-        if (m_interrupt) {
-            m_hub.setInterruptFd(-1);
-        }
-    }
-    WatchInterrupt(const WatchInterrupt&) = delete;
-    WatchInterrupt& operator=(const WatchInterrupt&) = delete;
-
-private:
-    ClientHub& m_hub;
-    std::optional<Interrupt> m_interrupt;
-};
-
 /// The printer shows changes of the faults rather than signals while it lives.
 class PrintedWatch
 {
@@ -101,7 +77,7 @@ Outcome watch(CommandContext& context, Words words)
 {
     const auto within = takeWithin(words);
     const bool withLabel = takeForm(words, labelForm);
-    const WatchInterrupt interrupt(context.hub());
+    const InterruptibleWaits interrupt(context.hub());
     if (Outcome connected = context.beConnected(); connected.verdict != Verdict::ok) {
         return connected;
     }

@@ -17,11 +17,7 @@ namespace {
 
 Outcome expectReject(CommandContext& context, Words words)
 {
-    std::optional<std::string> text;
-    if (words.size() > 2 && words[words.size() - 2] == "with") {
-        text = words.back();
-        words = words.first(words.size() - 2);
-    }
+    const auto text = takeWith(words);
     requireWords(words, 1, SIZE_MAX);
     Outcome outcome = context.table().run(context, words);
     if (outcome.verdict == Verdict::ok) {
@@ -113,6 +109,11 @@ Outcome play(CommandContext& context, Words words)
     return playSession(context, words[0]);
 }
 
+std::vector<std::string> sessionFiles(Words words)
+{
+    return words.size() == 1 ? completePath(words[0]) : std::vector<std::string>{};
+}
+
 std::vector<std::string> unitCommands(Words words)
 {
     return words.size() == 1 ? Ostinel::CommandClient::listCommands() : std::vector<std::string>{};
@@ -128,7 +129,9 @@ void addSessionCommands(CommandTable& table)
     table.add({"ulmo-expect", "TEXT WORD...",
                "as ulmo, asked again until its output has the text, for at most the time that an answer may take",
                ulmoExpect, nullptr});
-    table.add({"play", "FILE", "play a session file: one command a line, # comments", play, nullptr});
+    table.add({"play", "FILE",
+               "play a session file: one command a line, # comments, ${NAME} for a variable of the environment", play,
+               sessionFiles});
 }
 
 } // namespace VornClient
