@@ -7,6 +7,7 @@
 #include "fesk/fesk.pb.h"
 #include "fesk/numbers.h"
 #include "mailbox.h"
+#include "softwareManager.h"
 #include "unit.h"
 #include "vorni/access.h"
 #include "vorni/connection.h"
@@ -223,6 +224,7 @@ std::string faultTimesPath()
 void runBoard(const Ready& ready)
 {
     Board board;
+    startSoftwareManager();
     ready();
     for (;;) {
         if (kiv_msg* msg = kiv_receive(nullptr, KIV_WAIT_FOREVER, KIV_ANY_SENDER)) {

@@ -18,8 +18,8 @@ struct FaultOrder {
 /// In the run-time directory of this process.
 std::string faultTimesPath();
 
-/// Plays the legacy, DUNL, FESK and yarrowi servers on one thread: confirms what is asked of it at once, and sends
-/// every other signal to the legacy server back.
+/// Plays the legacy, DUNL, FESK and yarrowi servers on one thread, and the software manager on another: confirms what
+/// is asked of it at once, and sends every other signal to the legacy server back.
 void runBoard(const Ready& ready);
 
 } // namespace Bench

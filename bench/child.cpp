@@ -6,6 +6,7 @@
 #include <climits>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <iostream>
@@ -93,6 +94,16 @@ Child::~Child()
         ::kill(m_pid, SIGKILL);
         ::waitpid(m_pid, nullptr, 0);
     }
+}
+
+std::chrono::nanoseconds Child::processorTime() const
+{
+    clockid_t clock{};
+    timespec time{};
+    if (::clock_getcpuclockid(m_pid, &clock) != 0 || ::clock_gettime(clock, &time) != 0) {
+        throw Failed("a partner process has ended");
+    }
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 void Child::writeLine(const std::string& line) const

@@ -1,6 +1,7 @@
 /// A partner process. It dies with its object, and with the process that started it.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -21,6 +22,8 @@ public:
     Child& operator=(Child&&) = delete;
 
     pid_t pid() const { return m_pid; }
+    /// That it has used, all threads, in user and in kernel mode.
+    std::chrono::nanoseconds processorTime() const;
     void writeLine(const std::string& line) const;
     /// The next line of its output.
     std::string readLine();

@@ -1,5 +1,5 @@
-/// Measures kiv and vornserver beside bare sockets and ZeroMQ, the way of a fault to many subscribers, and what many
-/// clients cost.
+/// Measures kiv and vornserver beside bare sockets and ZeroMQ, the way of a fault to many subscribers, the load of
+/// software, and what many clients cost.
 
 #include "results.h"
 #include "roles.h"
@@ -14,12 +14,17 @@ using namespace Bench;
 
 namespace {
 
+constexpr std::size_t mebibyte = 1024 * 1024;
+
 const Effort thorough{
     .rounds = 9,
     .roundTrips = 10'000,
     .messages = 40'000,
     .requests = 2'000,
     .signals = 30'000,
+    .loadBlocks = 4'000,
+    .loadBytes = 32 * mebibyte,
+    .longLoadBytes = 1024 * mebibyte,
     .mailboxClients = {1, 10, 100, 1000},
     .processClients = {1, 200, 1000},
     .mailboxSubscribers = {1, 100, 1000},
@@ -31,6 +36,9 @@ const Effort smoke{
     .messages = 2'000,
     .requests = 200,
     .signals = 1'000,
+    .loadBlocks = 200,
+    .loadBytes = 4 * mebibyte,
+    .longLoadBytes = 64 * mebibyte,
     .mailboxClients = {1, 10, 100, 1000},
     .processClients = {1, 20},
     .mailboxSubscribers = {1, 100, 1000},
@@ -82,6 +90,7 @@ Results measureAll(bool quick, const std::string& serverProgram)
     useRunDir(folder.path());
     measureTransports(folder.path(), serverProgram, effort, results);
     measureFanOuts(folder.path(), serverProgram, effort, results);
+    measureLoads(folder.path(), serverProgram, effort, results);
     measureScale(folder.path(), serverProgram, effort, results);
     return results;
 }

@@ -15,6 +15,10 @@ constexpr double aimRelayedThroughput = 1.0;
 constexpr double aimFanOut = 1.5;
 constexpr double aimScale = 1.3;
 constexpr double aimMemory = 16 * 1024;
+constexpr double aimLoad = 1.5;
+constexpr LoadShape aimedLoad{16 * 1024, 16};
+constexpr double aimLoadGrowth = 256;
+constexpr double kibibyte = 1024;
 
 const char* nameOf(Processors processors)
 {
@@ -70,6 +74,46 @@ std::string printFanOuts(const std::vector<FanOutComparison>& comparisons, Clien
         }
     }
     return text + '\n';
+}
+
+/// How much longer a load takes through the server.
+double timeRatio(const LoadComparison& comparison)
+{
+    return medianRatio(comparison.sockets.rate, comparison.kiv.rate);
+}
+
+std::string printLoadRow(const LoadComparison& comparison, const char* way, const LoadFigures& figures)
+{
+    return fmt::format("| {} | {} | {} | {:.0f} | {:.2f} |\n", comparison.shape.blockSize / 1024,
+                       comparison.shape.window, way, median(figures.rate), median(figures.processor));
+}
+
+/// The loads of one table.
+std::string printLoads(const std::vector<LoadComparison>& comparisons, Processors processors)
+{
+    std::string text = fmt::format("| Block (KiB), {} | Blocks in flight | | MB/s | Processor in the middle (s/GB) |\n"
+                                   "|--:|--:|---|--:|--:|\n",
+                                   nameOf(processors));
+    for (const LoadComparison& row : comparisons) {
+        if (row.processors == processors) {
+            text += printLoadRow(row, "kiv, vornserver, ploe", row.kiv) +
+                    printLoadRow(row, "bare sockets, epoll relay", row.sockets);
+            text += fmt::format("| | | **time and cost, kiv : bare sockets** | **{:.2f}** | {:.2f} |\n", timeRatio(row),
+                                medianRatio(row.kiv.processor, row.sockets.processor));
+        }
+    }
+    return text + '\n';
+}
+
+double growth(const LongLoad& load)
+{
+    return (load.memoryAfter - load.memoryBefore) / kibibyte;
+}
+
+std::string printLongLoad(const LongLoad& load)
+{
+    return fmt::format("The server's memory around a load of {} MiB: {:.0f} KiB before, {:.0f} KiB after.\n\n",
+                       load.bytes / 1024 / 1024, load.memoryBefore / kibibyte, load.memoryAfter / kibibyte);
 }
 
 std::vector<ScaleFigures> ofKind(const Results& results, Clients kind)
@@ -136,6 +180,16 @@ std::string printAims(const Results& results)
                         nameOf(row.processors)),
             medianRatio(row.kiv.fault, row.sockets.fault), aimFanOut, true, "");
     }
+    for (const LoadComparison& row : results.loads) {
+        if (row.shape.blockSize == aimedLoad.blockSize && row.shape.window == aimedLoad.window) {
+            text += printAim(fmt::format("Load of {} KiB blocks, {} in flight, within 1.5 of bare sockets, {}",
+                                         row.shape.blockSize / 1024, row.shape.window, nameOf(row.processors)),
+                             timeRatio(row), aimLoad, true, "");
+        }
+    }
+    text += printAim(fmt::format("The server grows by at most 256 KiB during a load of {} MiB",
+                                 results.longLoad.bytes / 1024 / 1024),
+                     growth(results.longLoad), aimLoadGrowth, true, " KiB");
     return text + printScaleAims("clients", ofKind(results, Clients::mailboxes)) +
            printScaleAims("client processes", ofKind(results, Clients::processes)) + '\n';
 }
@@ -172,6 +226,29 @@ nlohmann::json jsonOf(const std::vector<FanOutComparison>& comparisons)
     return list;
 }
 
+nlohmann::json jsonOf(const LoadFigures& figures)
+{
+    return {{"megabytesPerSecond", figures.rate}, {"processorSecondsPerGigabyte", figures.processor}};
+}
+
+nlohmann::json jsonOf(const std::vector<LoadComparison>& comparisons)
+{
+    nlohmann::json list = nlohmann::json::array();
+    for (const LoadComparison& row : comparisons) {
+        list.push_back({{"processors", nameOf(row.processors)},
+                        {"blockBytes", row.shape.blockSize},
+                        {"inFlight", row.shape.window},
+                        {"kiv", jsonOf(row.kiv)},
+                        {"sockets", jsonOf(row.sockets)}});
+    }
+    return list;
+}
+
+nlohmann::json jsonOf(const LongLoad& load)
+{
+    return {{"bytes", load.bytes}, {"memoryBefore", load.memoryBefore}, {"memoryAfter", load.memoryAfter}};
+}
+
 } // namespace
 
 std::string printTables(const Results& results)
@@ -191,7 +268,8 @@ std::string printTables(const Results& results)
     return fmt::format("{} processors, load {:.1f} before the run, {} rounds{}.\n\n",
                        std::thread::hardware_concurrency(), results.loadBefore, results.rounds,
                        results.quick ? ", quick" : "") +
-           printAims(results) + transports + fanOuts +
+           printAims(results) + transports + fanOuts + printLoads(results.loads, Processors::one) +
+           printLoads(results.loads, Processors::all) + printLongLoad(results.longLoad) +
            printScale("Clients, one process", ofKind(results, Clients::mailboxes)) +
            printScale("Clients, a process each", ofKind(results, Clients::processes));
 }
@@ -218,6 +296,8 @@ std::string printJson(const Results& results)
                           {"loadBefore", results.loadBefore},
                           {"comparisons", comparisons},
                           {"fanOuts", jsonOf(results.fanOuts)},
+                          {"loads", jsonOf(results.loads)},
+                          {"longLoad", jsonOf(results.longLoad)},
                           {"scale", scale}}
         .dump(2);
 }

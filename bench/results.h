@@ -1,8 +1,10 @@
 /// The figures of one run.
 #pragma once
 
+#include "load.h"
 #include "swarm.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -48,6 +50,27 @@ struct FanOutComparison {
     FanOutFigures sockets;
 };
 
+/// Loads of one shape over one way, a figure for each round.
+struct LoadFigures {
+    std::vector<double> rate;      ///< MB/s
+    std::vector<double> processor; ///< seconds a GB, of the process in the middle
+};
+
+/// Both ways with their ends on the same processors.
+struct LoadComparison {
+    Processors processors;
+    LoadShape shape;
+    LoadFigures kiv;
+    LoadFigures sockets;
+};
+
+/// The server's memory around a load.
+struct LongLoad {
+    std::size_t bytes = 0; ///< loaded
+    double memoryBefore = 0;
+    double memoryAfter = 0;
+};
+
 struct Results {
     bool quick = false;
     unsigned rounds = 0;
@@ -55,15 +78,20 @@ struct Results {
     std::vector<Comparison> comparisons;
     std::vector<FanOutComparison> fanOuts; ///< by kind, then by processors, then by number
     std::vector<ScaleFigures> scale;       ///< by kind, then by number
+    std::vector<LoadComparison> loads;     ///< by processors, then by size, then by window
+    LongLoad longLoad;
 };
 
 /// How much is measured.
 struct Effort {
     unsigned rounds;
-    unsigned roundTrips; ///< a round
-    unsigned messages;   ///< a round, for the throughput
-    unsigned requests;   ///< a round and number of clients
-    unsigned signals;    ///< a round, of the fan-out of faults; that of one fault may be more
+    unsigned roundTrips;       ///< a round
+    unsigned messages;         ///< a round, for the throughput
+    unsigned requests;         ///< a round and number of clients
+    unsigned signals;          ///< a round, of the fan-out of faults; that of one fault may be more
+    unsigned loadBlocks;       ///< a round, at most
+    std::size_t loadBytes;     ///< a round, at most
+    std::size_t longLoadBytes; ///< of the one load that the server's memory is watched during
     std::vector<unsigned> mailboxClients;
     std::vector<unsigned> processClients;
     std::vector<unsigned> mailboxSubscribers;
@@ -76,6 +104,7 @@ void measureTransports(const std::string& folder, const std::string& serverProgr
 void measureFanOuts(const std::string& folder, const std::string& serverProgram, const Effort& effort,
                     Results& results);
 void measureScale(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
+void measureLoads(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
 
 /// Markdown tables, readable as they are.
 std::string printTables(const Results& results);

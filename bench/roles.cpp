@@ -4,6 +4,7 @@
 #include "channels.h"
 #include "child.h"
 #include "fanOut.h"
+#include "load.h"
 #include "swarm.h"
 
 #include <map>
@@ -40,6 +41,8 @@ const std::map<std::string, Role>& roles()
         {"socketEcho", {1, [](const Words& words) { runSocketEcho(words[1], sayReady); }}},
         {"socketFaultHub", {2, playSocketFaultHub}},
         {"socketFaultSender", {1, [](const Words& words) { runSocketFaultSender(words[1], sayReady); }}},
+        {"socketLoadRelay", {1, [](const Words& words) { runSocketLoadRelay(words[1], sayReady); }}},
+        {"socketLoadSink", {1, [](const Words& words) { runSocketLoadSink(words[1], sayReady); }}},
         {"socketRelay", {2, [](const Words& words) { runSocketRelay(words[1], words[2], sayReady); }}},
         {"socketSubscriber", {1, [](const Words& words) { runSocketSubscriber(words[1], sayReady); }}},
         {"swarm", {4, playSwarm}},

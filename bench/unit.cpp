@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
@@ -16,8 +15,6 @@
 namespace Bench {
 namespace {
 
-constexpr std::uint32_t clientRef = 1;
-constexpr std::uint32_t serverRef = 7;
 constexpr std::uint16_t protocolRev = 3;
 
 void expectAnswer(std::uint32_t number, kiv_mbox_id_t client)
@@ -50,16 +47,6 @@ Unit::Unit(const std::string& serverProgram)
     : m_board(startRole({"board"})), m_server(serverProgram, {}, Child::Io::none),
       m_publicMbox(awaitMailbox("VornServer"))
 {
-}
-
-std::chrono::nanoseconds Unit::processorTime() const
-{
-    clockid_t clock{};
-    timespec time{};
-    if (::clock_getcpuclockid(m_server.pid(), &clock) != 0 || ::clock_gettime(clock, &time) != 0) {
-        throw Failed("the server has ended");
-    }
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 std::uint64_t Unit::residentMemory() const

@@ -21,8 +21,8 @@ public:
     explicit Unit(const std::string& serverProgram);
 
     kiv_mbox_id_t publicMbox() const { return m_publicMbox; }
-    /// Processor time that the server has used, all threads, in user and in kernel mode.
-    std::chrono::nanoseconds processorTime() const;
+    /// Of the server.
+    std::chrono::nanoseconds processorTime() const { return m_server.processorTime(); }
     /// Bytes of memory that the server occupies, what it shares with others included.
     std::uint64_t residentMemory() const;
 
@@ -37,6 +37,10 @@ enum class Ask : std::uint32_t {
     relay, ///< a message of 128 bytes to the legacy server and back
     utc,   ///< the setting of the unit's time
 };
+
+/// The references of all clients.
+constexpr std::uint32_t clientRef = 1;
+constexpr std::uint32_t serverRef = 7;
 
 /// Connects a mailbox of the calling thread as a client. Its confirmation is the next message that arrives.
 void connectClient(kiv_mbox_id_t client, kiv_mbox_id_t publicMbox);
