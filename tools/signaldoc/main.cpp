@@ -50,7 +50,8 @@ void printFields(const Vorni::SignalInfo& signal)
 {
     fmt::print("\n### `{}`\n\n| Offset | Bytes | Field | Kind | Meaning |\n|---|---|---|---|---|\n", signal.name);
     for (const Vorni::FieldInfo& field : signal.fields) {
-        fmt::print("| {} | {} | `{}` | {} | {} |\n", field.offset, field.size, field.name, kindName(field.kind),
+        fmt::print("| {} | {} | `{}` | {} | {} |\n", field.offset,
+                   field.size != 0 ? std::to_string(field.size) : "to the end", field.name, kindName(field.kind),
                    field.meaning);
     }
 }
