@@ -58,10 +58,8 @@ Verdict Loading::init(Call& call, const gant::PushLoadInitReq& request, gant::Pu
     if (!file) {
         return refuse(Rej::INTERNAL_ERROR);
     }
-    m_load.emplace();
-    m_load->ticket = request.ticket_number();
-    m_load->slot = *slot;
-    m_load->file = std::move(file);
+    m_load = Load{
+        .ticket = request.ticket_number(), .slot = *slot, .file = std::move(file), .failure = {}, .lastSequence = {}};
     return Verdict::confirm;
 }
 
