@@ -6,9 +6,12 @@
 #include "ploe/ploe.h"
 #include "trace/trace.h"
 
+#include <algorithm>
 #include <boost/endian/arithmetic.hpp>
 #include <cerrno>
 #include <exception>
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/wire_format_lite.h>
 #include <system_error>
 #include <utility>
 
@@ -113,16 +116,24 @@ void GANTClient::disconnect()
 
 std::uint32_t GANTClient::sendMsg(std::uint32_t msgNo, std::uint32_t procRef, const google::protobuf::Message& message)
 {
+    const std::size_t size = message.ByteSizeLong();
+    return sendFrame(msgNo, procRef, size,
+                     [&](std::uint8_t* body) { message.SerializeToArray(body, static_cast<int>(size)); });
+}
+
+/// `write` fills in the body.
+template <typename Write>
+std::uint32_t GANTClient::sendFrame(std::uint32_t msgNo, std::uint32_t procRef, std::size_t size, Write&& write)
+{
     if (m_connection == nullptr) {
         TRACE_INFO("Cannot send an PLOE message because there is no socket! Please try to establish connecting again.");
         return notConnected;
     }
-    const std::size_t size = message.ByteSizeLong();
     const auto frame = std::make_unique_for_overwrite<std::byte[]>(sizeof(FrameHeader) + size);
     auto* header = reinterpret_cast<FrameHeader*>(frame.get());
     header->msgNo = msgNo;
     header->procRef = procRef;
-    message.SerializeToArray(header + 1, static_cast<int>(size));
+    write(reinterpret_cast<std::uint8_t*>(header + 1));
     if (ploe_send(m_connection, frame.get(), sizeof(FrameHeader) + size) != 0) {
         TRACE_INFO("GANTClient::sendMsg(msgNo=0x{:x}, procRef=0x{:x}) failed ploe_send() error='{}'", msgNo, procRef,
                    errorText());
@@ -295,13 +306,27 @@ std::uint32_t GANTClient::pushLoadInitReq(std::uint32_t procRef, std::uint32_t t
     return send(procRef, request);
 }
 
+/// Encoded field by field, as the message would be, so that the block is copied into the frame and nowhere else.
 std::uint32_t GANTClient::pushLoadData(std::uint32_t procRef, std::uint32_t ticket, std::uint32_t seqNr,
                                        const void* data, std::size_t size)
 {
-    auto block = ofTicket<gant::PushLoadData>(ticket);
-    block.set_data(data, size);
-    block.set_sequence_number(seqNr);
-    return send(procRef, block);
+    using google::protobuf::internal::WireFormatLite;
+    using google::protobuf::io::CodedOutputStream;
+    const auto before = ofTicket<gant::PushLoadData>(ticket);
+    gant::PushLoadData behind;
+    behind.set_sequence_number(seqNr);
+    constexpr std::uint32_t tag =
+        WireFormatLite::MakeTag(gant::PushLoadData::kDataFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
+    const auto dataSize = static_cast<std::uint32_t>(size);
+    const std::size_t bodySize = before.ByteSizeLong() + CodedOutputStream::VarintSize32(tag) +
+                                 CodedOutputStream::VarintSize32(dataSize) + size + behind.ByteSizeLong();
+    return sendFrame(gantMessageNumber<gant::PushLoadData>(), procRef, bodySize, [&](std::uint8_t* body) {
+        body = before.SerializeWithCachedSizesToArray(body);
+        body = CodedOutputStream::WriteVarint32ToArray(tag, body);
+        body = CodedOutputStream::WriteVarint32ToArray(dataSize, body);
+        std::copy_n(static_cast<const std::uint8_t*>(data), size, body);
+        behind.SerializeWithCachedSizesToArray(body + size);
+    });
 }
 
 std::uint32_t GANTClient::pushLoadEndReq(std::uint32_t procRef, std::uint32_t ticket)

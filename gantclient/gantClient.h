@@ -89,6 +89,8 @@ public:
 private:
     template <typename Message>
     std::uint32_t send(std::uint32_t procRef, const Message& message);
+    template <typename Write>
+    std::uint32_t sendFrame(std::uint32_t msgNo, std::uint32_t procRef, std::size_t size, Write&& write);
     bool connect(const std::string& address);
     void closeConnection();
     void receiveHandler(int fd);

@@ -14,7 +14,7 @@
 namespace kiv {
 
 /// Largest payload that goes inside of a packet.
-inline constexpr std::uint32_t maxInlined = 64U * 1024U;
+inline constexpr std::uint32_t maxInlined = 65U * 1024U; // 64 KiB of data and what a protocol puts in front of it
 inline constexpr std::size_t maxPacket = sizeof(FrameHeader) + maxInlined;
 
 enum class SendResult {
