@@ -54,16 +54,7 @@ protected:
     /// The client holds a ticket and is in the middle of a load, so that what belongs to these is looked at.
     void openLoad()
     {
-        client->send<OmlaVornAcquireResourceReqS>();
-        const auto acquire = unit.ganti.expect<gant::AcquireResourceReq>();
-        gant::AcquireResourceCfm cfm;
-        cfm.set_ticket_request_reference(acquire.body.ticket_request_reference());
-        cfm.set_ticket_number(ticket);
-        acquire.reply(cfm);
-        gant::AcquireResourceInd ind;
-        ind.set_ticket_number(ticket);
-        acquire.reply(ind);
-        client->expect<OmlaVornAcquireResourceCfmS>();
+        unit.giveTicket(*client, ticket);
         client->send<OmlaVornLoadLmcInitReqS>();
         gant::PushLoadInitCfm initCfm;
         initCfm.set_ticket_number(ticket);

@@ -69,9 +69,7 @@ protected:
     Client& connectWithTicket(std::uint32_t ticket, std::uint32_t serverRef = 7)
     {
         Client& client = unit.connect(serverRef);
-        sendAcquire(client);
-        grant(ticket);
-        client.expect<OmlaVornAcquireResourceCfmS>();
+        unit.giveTicket(client, ticket);
         return client;
     }
     /// A request with a name behind it, its zero only if it is part of the name.

@@ -9,6 +9,7 @@
 #include "vornServerImpl.h"
 #include "vorni/connection.h"
 #include "vorni/linkSupervision.h"
+#include "vorni/software.h"
 #include "yarrowi/numbers.h"
 #include "yarrowi/yarrowi.pb.h"
 
@@ -331,6 +332,20 @@ Client& Unit::connect(std::uint32_t serverRef)
     connectDeepSleep(m_nextConnection++);
     client.expect<OmlaVornConnEstablishCfmS>();
     return client;
+}
+
+void Unit::giveTicket(Client& client, std::uint32_t ticket)
+{
+    client.send<OmlaVornAcquireResourceReqS>([](auto& request) { request.resource = 1; });
+    const auto acquire = ganti.expect<gant::AcquireResourceReq>();
+    gant::AcquireResourceCfm cfm;
+    cfm.set_ticket_request_reference(acquire.body.ticket_request_reference());
+    cfm.set_ticket_number(ticket);
+    acquire.reply(cfm);
+    gant::AcquireResourceInd ind;
+    ind.set_ticket_number(ticket);
+    acquire.reply(ind);
+    client.expect<OmlaVornAcquireResourceCfmS>();
 }
 
 std::string Unit::command(const std::vector<std::string>& words, int& exitCode)

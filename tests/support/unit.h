@@ -253,6 +253,9 @@ public:
     /// All of it: a client that has got its confirmation.
     Client& connect(std::uint32_t serverRef = 7);
 
+    /// A connected client acquires the software store, and the software manager gives it this ticket at once.
+    void giveTicket(Client& client, std::uint32_t ticket);
+
     /// Returns when the server has handled all that it was sent before, by the mailboxes and by the software manager.
     void settle();
     /// What a command prints; its exit code in `exitCode`.
