@@ -3,7 +3,6 @@
 #include "sarna/handles.h"
 #include "trace/trace.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <filesystem>
@@ -25,25 +24,11 @@ constexpr int notFound = 1;
 std::string readStored(const char* key)
 {
     sarna_db_group_t group = nullptr;
-    sarna_node_t node = nullptr;
-    if (sarna_open_db_group("sys_bpar", &group) != SARNA_OK) {
-        return {};
-    }
+    sarna_open_db_group("sys_bpar", &group);
     const SarnaGroup groupOwner(group);
-    if (sarna_open_node(group, "/sys/vorn/", &node) != SARNA_OK) {
-        return {};
-    }
-    const SarnaNode nodeOwner(node);
-    std::size_t size = 0;
-    if (sarna_get_value_size(node, key, &size) != SARNA_OK) {
-        return {};
-    }
-    std::string value(size, '\0');
-    if (sarna_get_value(node, key, value.data(), &size) != SARNA_OK) {
-        return {};
-    }
-    value.resize(std::min(size, value.find('\0')));
-    return value;
+    sarna_node_t node = nullptr;
+    sarna_open_node(group, "/sys/vorn/", &node);
+    return readSarnaText(SarnaNode(node), key).text; // null handles are refused
 }
 
 /// Nothing where it can't be opened, or may not be: a pipe would never end. A folder has nothing in it.

@@ -3,9 +3,6 @@
 #include "sarna/handles.h"
 #include "trace/trace.h"
 
-#include <algorithm>
-#include <cstddef>
-
 namespace {
 
 /// What a failed read gives instead of a value.
@@ -51,20 +48,16 @@ std::string read(const char* key, ReadFailures failures)
 {
     const SarnaGroup group = openGroup();
     const SarnaNode node = openNode(group);
-    std::size_t size = 0;
-    int code = sarna_get_value_size(node.get(), key, &size);
-    if (code != SARNA_OK) {
-        TRACE_INFO("ABN: sarna_get_value_size returned with {}", code);
+    const SarnaText value = readSarnaText(node, key);
+    if (value.sizeCode != SARNA_OK) {
+        TRACE_INFO("ABN: sarna_get_value_size returned with {}", value.sizeCode);
         return failures.size;
     }
-    std::string value(size, '\0');
-    code = sarna_get_value(node.get(), key, value.data(), &size);
-    if (code != SARNA_OK) {
-        TRACE_INFO("ABN: sarna_get_value returned with {}", code);
+    if (value.valueCode != SARNA_OK) {
+        TRACE_INFO("ABN: sarna_get_value returned with {}", value.valueCode);
         return failures.value;
     }
-    value.resize(std::min(size, value.find('\0'))); // another process may have stored a shorter one, or no zero
-    return value;
+    return value.text;
 }
 
 } // namespace
