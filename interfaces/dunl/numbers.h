@@ -30,6 +30,14 @@ class GetProductInfoRej;
 class GetContainerPidReq;
 class GetContainerPidCfm;
 class GetContainerPidRej;
+class TempMeasStartReq;
+class TempMeasStartCfm;
+class TempMeasStartRej;
+class TempMeasStopReq;
+class TempMeasStopCfm;
+class TempMeasStopRej;
+class TempMeasInd;
+class RestartBoardFwd;
 class HwLogSetReq;
 class HwLogSetCfm;
 class HwLogSetRej;
@@ -45,6 +53,9 @@ class SetOamStateRej;
 class StoreNodeConfigEntryReq;
 class StoreNodeConfigEntryCfm;
 class StoreNodeConfigEntryRej;
+class TempMeasRestartReq;
+class TempMeasRestartCfm;
+class TempMeasRestartRej;
 class ConnectivitySetSupervisionTimeoutReq;
 class ConnectivitySetSupervisionTimeoutCfm;
 class ConnectivitySetSupervisionTimeoutRej;
@@ -54,6 +65,13 @@ class ConnectivityConnectedRej;
 class ConnectivityNotConnectedReq;
 class ConnectivityNotConnectedCfm;
 class ConnectivityNotConnectedRej;
+class SubscribeRestartBoardNotificationReq;
+class SubscribeRestartBoardNotificationCfm;
+class SubscribeRestartBoardNotificationRej;
+class RestartBoardNotificationInd;
+class GetRestartHistoryReq;
+class GetRestartHistoryCfm;
+class GetRestartHistoryRej;
 class ValidateHwSwCompatibilityReq;
 class ValidateHwSwCompatibilityCfm;
 class ValidateHwSwCompatibilityRej;
@@ -85,6 +103,14 @@ inline constexpr std::uint32_t GetProductInfoRej = 0x170773E;
 inline constexpr std::uint32_t GetContainerPidReq = 0x170773F;
 inline constexpr std::uint32_t GetContainerPidCfm = 0x1707740;
 inline constexpr std::uint32_t GetContainerPidRej = 0x1707741;
+inline constexpr std::uint32_t TempMeasStartReq = 0x1707742;
+inline constexpr std::uint32_t TempMeasStartCfm = 0x1707743;
+inline constexpr std::uint32_t TempMeasStartRej = 0x1707744;
+inline constexpr std::uint32_t TempMeasStopReq = 0x1707745;
+inline constexpr std::uint32_t TempMeasStopCfm = 0x1707746;
+inline constexpr std::uint32_t TempMeasStopRej = 0x1707747;
+inline constexpr std::uint32_t TempMeasInd = 0x1707748;
+inline constexpr std::uint32_t RestartBoardFwd = 0x1707749;
 inline constexpr std::uint32_t HwLogSetReq = 0x170774D;
 inline constexpr std::uint32_t HwLogSetCfm = 0x170774E;
 inline constexpr std::uint32_t HwLogSetRej = 0x170774F;
@@ -100,6 +126,9 @@ inline constexpr std::uint32_t SetOamStateRej = 0x170775C;
 inline constexpr std::uint32_t StoreNodeConfigEntryReq = 0x1707764;
 inline constexpr std::uint32_t StoreNodeConfigEntryCfm = 0x1707765;
 inline constexpr std::uint32_t StoreNodeConfigEntryRej = 0x1707766;
+inline constexpr std::uint32_t TempMeasRestartReq = 0x170776A;
+inline constexpr std::uint32_t TempMeasRestartCfm = 0x170776B;
+inline constexpr std::uint32_t TempMeasRestartRej = 0x170776C;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutReq = 0x170776D;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutCfm = 0x170776E;
 inline constexpr std::uint32_t ConnectivitySetSupervisionTimeoutRej = 0x170776F;
@@ -109,6 +138,13 @@ inline constexpr std::uint32_t ConnectivityConnectedRej = 0x1707772;
 inline constexpr std::uint32_t ConnectivityNotConnectedReq = 0x1707773;
 inline constexpr std::uint32_t ConnectivityNotConnectedCfm = 0x1707774;
 inline constexpr std::uint32_t ConnectivityNotConnectedRej = 0x1707775;
+inline constexpr std::uint32_t SubscribeRestartBoardNotificationReq = 0x170777F;
+inline constexpr std::uint32_t SubscribeRestartBoardNotificationCfm = 0x1707780;
+inline constexpr std::uint32_t SubscribeRestartBoardNotificationRej = 0x1707781;
+inline constexpr std::uint32_t RestartBoardNotificationInd = 0x1707782;
+inline constexpr std::uint32_t GetRestartHistoryReq = 0x1707783;
+inline constexpr std::uint32_t GetRestartHistoryCfm = 0x1707784;
+inline constexpr std::uint32_t GetRestartHistoryRej = 0x1707785;
 inline constexpr std::uint32_t ValidateHwSwCompatibilityReq = 0x1707786;
 inline constexpr std::uint32_t ValidateHwSwCompatibilityCfm = 0x1707787;
 inline constexpr std::uint32_t ValidateHwSwCompatibilityRej = 0x1707788;
@@ -141,6 +177,14 @@ inline constexpr std::array messages{
     MessageNumber{MsgNo::GetContainerPidReq, "tolme.dunl.GetContainerPidReq"},
     MessageNumber{MsgNo::GetContainerPidCfm, "tolme.dunl.GetContainerPidCfm"},
     MessageNumber{MsgNo::GetContainerPidRej, "tolme.dunl.GetContainerPidRej"},
+    MessageNumber{MsgNo::TempMeasStartReq, "tolme.dunl.TempMeasStartReq"},
+    MessageNumber{MsgNo::TempMeasStartCfm, "tolme.dunl.TempMeasStartCfm"},
+    MessageNumber{MsgNo::TempMeasStartRej, "tolme.dunl.TempMeasStartRej"},
+    MessageNumber{MsgNo::TempMeasStopReq, "tolme.dunl.TempMeasStopReq"},
+    MessageNumber{MsgNo::TempMeasStopCfm, "tolme.dunl.TempMeasStopCfm"},
+    MessageNumber{MsgNo::TempMeasStopRej, "tolme.dunl.TempMeasStopRej"},
+    MessageNumber{MsgNo::TempMeasInd, "tolme.dunl.TempMeasInd"},
+    MessageNumber{MsgNo::RestartBoardFwd, "tolme.dunl.RestartBoardFwd"},
     MessageNumber{MsgNo::HwLogSetReq, "tolme.dunl.HwLogSetReq"},
     MessageNumber{MsgNo::HwLogSetCfm, "tolme.dunl.HwLogSetCfm"},
     MessageNumber{MsgNo::HwLogSetRej, "tolme.dunl.HwLogSetRej"},
@@ -156,6 +200,9 @@ inline constexpr std::array messages{
     MessageNumber{MsgNo::StoreNodeConfigEntryReq, "tolme.dunl.StoreNodeConfigEntryReq"},
     MessageNumber{MsgNo::StoreNodeConfigEntryCfm, "tolme.dunl.StoreNodeConfigEntryCfm"},
     MessageNumber{MsgNo::StoreNodeConfigEntryRej, "tolme.dunl.StoreNodeConfigEntryRej"},
+    MessageNumber{MsgNo::TempMeasRestartReq, "tolme.dunl.TempMeasRestartReq"},
+    MessageNumber{MsgNo::TempMeasRestartCfm, "tolme.dunl.TempMeasRestartCfm"},
+    MessageNumber{MsgNo::TempMeasRestartRej, "tolme.dunl.TempMeasRestartRej"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutReq, "tolme.dunl.ConnectivitySetSupervisionTimeoutReq"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutCfm, "tolme.dunl.ConnectivitySetSupervisionTimeoutCfm"},
     MessageNumber{MsgNo::ConnectivitySetSupervisionTimeoutRej, "tolme.dunl.ConnectivitySetSupervisionTimeoutRej"},
@@ -165,6 +212,13 @@ inline constexpr std::array messages{
     MessageNumber{MsgNo::ConnectivityNotConnectedReq, "tolme.dunl.ConnectivityNotConnectedReq"},
     MessageNumber{MsgNo::ConnectivityNotConnectedCfm, "tolme.dunl.ConnectivityNotConnectedCfm"},
     MessageNumber{MsgNo::ConnectivityNotConnectedRej, "tolme.dunl.ConnectivityNotConnectedRej"},
+    MessageNumber{MsgNo::SubscribeRestartBoardNotificationReq, "tolme.dunl.SubscribeRestartBoardNotificationReq"},
+    MessageNumber{MsgNo::SubscribeRestartBoardNotificationCfm, "tolme.dunl.SubscribeRestartBoardNotificationCfm"},
+    MessageNumber{MsgNo::SubscribeRestartBoardNotificationRej, "tolme.dunl.SubscribeRestartBoardNotificationRej"},
+    MessageNumber{MsgNo::RestartBoardNotificationInd, "tolme.dunl.RestartBoardNotificationInd"},
+    MessageNumber{MsgNo::GetRestartHistoryReq, "tolme.dunl.GetRestartHistoryReq"},
+    MessageNumber{MsgNo::GetRestartHistoryCfm, "tolme.dunl.GetRestartHistoryCfm"},
+    MessageNumber{MsgNo::GetRestartHistoryRej, "tolme.dunl.GetRestartHistoryRej"},
     MessageNumber{MsgNo::ValidateHwSwCompatibilityReq, "tolme.dunl.ValidateHwSwCompatibilityReq"},
     MessageNumber{MsgNo::ValidateHwSwCompatibilityCfm, "tolme.dunl.ValidateHwSwCompatibilityCfm"},
     MessageNumber{MsgNo::ValidateHwSwCompatibilityRej, "tolme.dunl.ValidateHwSwCompatibilityRej"},

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 using VornU16 = boost::endian::big_uint16_t;
+using VornS16 = boost::endian::big_int16_t;
 using VornU32 = boost::endian::big_uint32_t;
 using VornSigNo = boost::endian::native_uint32_t; ///< host order, unaligned
 

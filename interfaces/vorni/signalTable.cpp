@@ -6,13 +6,19 @@
 #include "vorni/deepSleep.h"
 #include "vorni/faults.h"
 #include "vorni/fruDescription.h"
+#include "vorni/hereIAm.h"
 #include "vorni/hwLog.h"
 #include "vorni/linkSupervision.h"
+#include "vorni/maintenanceState.h"
 #include "vorni/mmi.h"
 #include "vorni/oamState.h"
+#include "vorni/opticalIndicator.h"
 #include "vorni/productIdentity.h"
+#include "vorni/restart.h"
 #include "vorni/software.h"
+#include "vorni/temperature.h"
 #include "vorni/utc.h"
+#include "vorni/visualIndication.h"
 
 #include <algorithm>
 #include <array>
@@ -126,6 +132,54 @@ constexpr std::array getFruDescFileReqFields{textBehindRecord<OmlaVornGetFruDesc
 constexpr std::array fruDescFileDataFields{VORN_FIELD(OmlaVornFruDescFileDataS, noOfBytes, "of the text"),
                                            VORN_FIELD(OmlaVornFruDescFileDataS, endFlag, "1 in the last part"),
                                            textBehindRecord<OmlaVornFruDescFileDataS>("text", "a part of the file")};
+constexpr std::array setVisualIndicationReqFields{
+    VORN_FIELD(OmlaVornSetVisualIndicationReqS, visualState, "code of indicator and state")};
+constexpr std::array getVisualIndicationCfmFields{
+    VORN_FIELD(OmlaVornGetVisualIndicationCfmS, firstIndication, "code; 255 unknown"),
+    VORN_FIELD(OmlaVornGetVisualIndicationCfmS, secondIndication, "code; 255 unknown"),
+    VORN_FIELD(OmlaVornGetVisualIndicationCfmS, fourthIndication, "code; 255 unknown"),
+    VORN_FIELD(OmlaVornGetVisualIndicationCfmS, thirdIndication, "code; 255 unknown")};
+constexpr std::array getSpecialIndicatorCfmFields{
+    VORN_FIELD(OmlaVornGetSpecialIndicatorCfmS, noOfIndicators, "they follow, 132 bytes each")};
+constexpr std::array maintStateReqFields{
+    VORN_FIELD(OmlaVornSetMaintStateReqS, maintState, "0, 2, 3 or 4; 1 can be told, not asked for")};
+constexpr std::array maintStateIndFields{VORN_FIELD(OmlaVornSetMaintStateIndS, maintState, "0 to 4")};
+constexpr std::array restartBoardFwdFields{textBehindRecord<OmlaVornRestartBoardFwdS>("traceInformation", "")};
+constexpr std::array notifyRestartReqFields{
+    VORN_FIELD(OmlaVornNotifyRestartReqS, value, "the supervision time-out that the client needs"),
+    VORN_FIELD(OmlaVornNotifyRestartReqS, text, "why")};
+constexpr std::array restartNotificationIndFields{
+    VORN_FIELD(OmlaVornRestartNotificationIndS, restartCode, ""),
+    VORN_FIELD(OmlaVornRestartNotificationIndS, restartType, ""),
+    VORN_FIELD(OmlaVornRestartNotificationIndS, originator, "0 this client, 1 another, 2 the board"),
+    VORN_FIELD(OmlaVornRestartNotificationIndS, restartRank, ""),
+    VORN_FIELD(OmlaVornRestartNotificationIndS, traceInformation, ""),
+    VORN_FIELD(OmlaVornRestartNotificationIndS, label, "")};
+using RankAndLabelFwdS = OmlaVornRestartBoardWithRankAndLabelFwdS;
+constexpr std::array rankAndLabelFwdFields{
+    VORN_FIELD(RankAndLabelFwdS, restartCode, ""),
+    VORN_FIELD(RankAndLabelFwdS, restartRank, "1 warm, 2 cold, 3 cold with test, 4 program, 5 power cycle"),
+    FieldInfo{"traceInformation", sizeof(RankAndLabelFwdS), RankAndLabelFwdS::traceInformationSize, FieldKind::text,
+              ""},
+    FieldInfo{"label", RankAndLabelFwdS::labelOffset, 0, FieldKind::text, ""}};
+constexpr std::array getEventHistoryReqFields{
+    VORN_FIELD(OmlaVornGetEventHistoryReqS, noOfEvents, "of each kind, at most")};
+constexpr std::array getEventHistoryCfmFields{
+    VORN_FIELD(OmlaVornGetEventHistoryCfmS, noOfEvents, ""),
+    FieldInfo{"events", offsetof(OmlaVornGetEventHistoryCfmS, events), 0, FieldKind::bytes, "168 bytes each"}};
+constexpr std::array tempMeasStartReqFields{
+    VORN_FIELD(OmlaVornTempMeasStartReqS, hotSpotMeasurementPeriod, "seconds, 1 to 30; 0 asks for a stop")};
+constexpr std::array tempMeasIndFields{
+    VORN_FIELD(OmlaVornTempMeasIndS, noOfReadings, "at most 10"),
+    VORN_FIELD(OmlaVornTempMeasIndS, readings, "degrees Celsius, two bytes each, signed")};
+constexpr std::array orderHereIAmReqFields{VORN_FIELD(OmlaVornOrderHereIAmReqS, order, "1 or 2")};
+constexpr std::array orderHereIAmCfmFields{VORN_FIELD(OmlaVornOrderHereIAmCfmS, state, "the board's"),
+                                           VORN_FIELD(OmlaVornOrderHereIAmCfmS, description, "the board's")};
+constexpr std::array hereIAmStateIndFields{VORN_FIELD(OmlaVornHereIAmStateIndS, state, "the board's")};
+constexpr std::array opticalStatusChangeIndFields{
+    VORN_FIELD(OmlaVornOpticalIndicatorControlStatusChangeIndS, state, "the board's")};
+constexpr std::array opticalActivateWithDurationReqFields{
+    VORN_FIELD(OmlaVornOpticalIndicatorControlActivateWithDurationReqS, duration, "seconds")};
 constexpr std::array rhuneConnEstablishReqFields{
     VORN_FIELD(RhuneVornConnEstablishReqS, nbrOfSupportedProtocolRev, "the revisions follow, 4 bytes each")};
 constexpr std::array rhuneConnEstablishCfmFields{VORN_FIELD(RhuneVornConnEstablishCfmS, selectedProtocolRevision, "1")};
@@ -157,6 +211,13 @@ const std::array table{
                                    openEnded),
     row<OmlaVornConnEstablishCfmS>("OMLA_VORN_CONN_ESTABLISH_CFM", toClient, "VornServerImpl", noFields, openEnded),
     row<OmlaVornConnEstablishRejS>("OMLA_VORN_CONN_ESTABLISH_REJ", toClient, "VornServerImpl", noFields, openEnded),
+    row<OmlaVornRestartBoardFwdS>("OMLA_VORN_RESTART_BOARD_FWD", toServer, "VornServerRestart", restartBoardFwdFields,
+                                  openEnded),
+    row<OmlaVornSetVisualIndicationReqS>("OMLA_VORN_SET_VISUAL_INDICATION_REQ", toServer, "VornServerVisual",
+                                         setVisualIndicationReqFields, openEnded),
+    row<OmlaVornSetVisualIndicationCfmS>("OMLA_VORN_SET_VISUAL_INDICATION_CFM", toClient, "VornServerVisual"),
+    row<OmlaVornSetVisualIndicationRejS>("OMLA_VORN_SET_VISUAL_INDICATION_REJ", toClient, "VornServerVisual",
+                                         rejectFields),
     row<OmlaVornGetCapabilitiesReqS>("OMLA_VORN_GET_CAPABILITIES_REQ", toServer, "VornServerCapabilities"),
     row<OmlaVornGetCapabilitiesCfmS>("OMLA_VORN_GET_CAPABILITIES_CFM", toClient, "VornServerCapabilities",
                                      getCapabilitiesCfmFields, openEnded),
@@ -164,9 +225,24 @@ const std::array table{
     row<OmlaVornSubscribeFaultsCfmS>("OMLA_VORN_SUBSCRIBE_FAULTS_CFM", toClient, "VornServerFaultHandling"),
     row<OmlaVornFaultIndS>("OMLA_VORN_FAULT_IND", toClient, "VornServerFaultHandling", faultIndFields),
     row<OmlaVornFaultceaseIndS>("OMLA_VORN_FAULTCEASE_IND", toClient, "VornServerFaultHandling", faultceaseIndFields),
+    row<OmlaVornGetVisualIndicationReqS>("OMLA_VORN_GET_VISUAL_INDICATION_REQ", toServer, "VornServerVisual"),
+    row<OmlaVornGetVisualIndicationCfmS>("OMLA_VORN_GET_VISUAL_INDICATION_CFM", toClient, "VornServerVisual",
+                                         getVisualIndicationCfmFields),
+    row<OmlaVornGetVisualIndicationRejS>("OMLA_VORN_GET_VISUAL_INDICATION_REJ", toClient, "VornServerVisual",
+                                         rejectFields),
     row<OmlaVornSelectMmiReqS>("OMLA_VORN_SELECT_MMI_REQ", toServer, "VornServerMmiHandling", selectMmiReqFields),
     row<OmlaVornSelectMmiCfmS>("OMLA_VORN_SELECT_MMI_CFM", toClient, "VornServerMmiHandling"),
     row<OmlaVornSelectMmiRejS>("OMLA_VORN_SELECT_MMI_REJ", toClient, "VornServerMmiHandling", rejectFields),
+    row<OmlaVornSubscribeMaintStateReqS>("OMLA_VORN_SUBSCRIBE_MAINT_STATE_REQ", toServer, "VornServerMaintState"),
+    row<OmlaVornSubscribeMaintStateCfmS>("OMLA_VORN_SUBSCRIBE_MAINT_STATE_CFM", toClient, "VornServerMaintState"),
+    row<OmlaVornSubscribeMaintStateRejS>("OMLA_VORN_SUBSCRIBE_MAINT_STATE_REJ", toClient, "VornServerMaintState",
+                                         rejectFields),
+    row<OmlaVornSetMaintStateIndS>("OMLA_VORN_SET_MAINT_STATE_IND", toClient, "VornServerMaintState",
+                                   maintStateIndFields),
+    row<OmlaVornSetMaintStateReqS>("OMLA_VORN_SET_MAINT_STATE_REQ", toServer, "VornServerMaintState",
+                                   maintStateReqFields),
+    row<OmlaVornSetMaintStateCfmS>("OMLA_VORN_SET_MAINT_STATE_CFM", toClient, "VornServerMaintState"),
+    row<OmlaVornSetMaintStateRejS>("OMLA_VORN_SET_MAINT_STATE_REJ", toClient, "VornServerMaintState", rejectFields),
     row<OmlaVornLinkSupervisionReqS>("OMLA_VORN_LINK_SUPERVISION_REQ", toServer, "VornServerLinkSupervision", noFields,
                                      openEnded),
     row<OmlaVornLinkSupervisionRejS>("OMLA_VORN_LINK_SUPERVISION_REJ", toClient, "VornServerLinkSupervision",
@@ -219,6 +295,15 @@ const std::array table{
     row<OmlaVornGetRunningLmcCfmS>("OMLA_VORN_GET_RUNNING_LMC_CFM", toClient, "VornServerGanti",
                                    getRunningLmcCfmFields),
     row<OmlaVornGetRunningLmcRejS>("OMLA_VORN_GET_RUNNING_LMC_REJ", toClient, "VornServerGanti", describedRejectFields),
+    row<OmlaVornNotifyRestartReqS>("OMLA_VORN_NOTIFY_RESTART_REQ", toServer, "VornServerRestart",
+                                   notifyRestartReqFields),
+    row<OmlaVornNotifyRestartCfmS>("OMLA_VORN_NOTIFY_RESTART_CFM", toClient, "VornServerRestart"),
+    row<OmlaVornNotifyRestartRejS>("OMLA_VORN_NOTIFY_RESTART_REJ", toClient, "VornServerRestart", rejectFields),
+    row<OmlaVornTempMeasStartReqS>("OMLA_VORN_TEMP_MEAS_START_REQ", toServer, "VornServerTemperature",
+                                   tempMeasStartReqFields, openEnded),
+    row<OmlaVornTempMeasStartCfmS>("OMLA_VORN_TEMP_MEAS_START_CFM", toClient, "VornServerTemperature"),
+    row<OmlaVornTempMeasStartRejS>("OMLA_VORN_TEMP_MEAS_START_REJ", toClient, "VornServerTemperature", rejectFields),
+    row<OmlaVornTempMeasIndS>("OMLA_VORN_TEMP_MEAS_IND", toClient, "VornServerTemperature", tempMeasIndFields),
     row<OmlaVornHwLogSetReqS>("OMLA_VORN_HWLOG_SET_REQ", toServer, "VornServerHwLog", hwlogSetReqFields, openEnded),
     row<OmlaVornHwLogSetCfmS>("OMLA_VORN_HWLOG_SET_CFM", toClient, "VornServerHwLog"),
     row<OmlaVornHwLogSetRejS>("OMLA_VORN_HWLOG_SET_REJ", toClient, "VornServerHwLog", hwlogSetRejFields),
@@ -236,12 +321,43 @@ const std::array table{
     row<OmlaVornReleaseResourceCfmS>("OMLA_VORN_RELEASE_RESOURCE_CFM", toClient, "VornServerGanti", resourceFields),
     row<OmlaVornReleaseResourceRejS>("OMLA_VORN_RELEASE_RESOURCE_REJ", toClient, "VornServerGanti",
                                      resourceRejectFields),
+    row<OmlaVornGetSpecialIndicatorReqS>("OMLA_VORN_GET_SPECIAL_INDICATOR_REQ", toServer, "VornServerVisual"),
+    row<OmlaVornGetSpecialIndicatorCfmS>("OMLA_VORN_GET_SPECIAL_INDICATOR_CFM", toClient, "VornServerVisual",
+                                         getSpecialIndicatorCfmFields, openEnded),
+    row<OmlaVornGetSpecialIndicatorRejS>("OMLA_VORN_GET_SPECIAL_INDICATOR_REJ", toClient, "VornServerVisual",
+                                         rejectFields),
+    row<OmlaVornSubscribeRestartNotificationReqS>("OMLA_VORN_SUBSCRIBE_RESTART_NOTIFICATION_REQ", toServer,
+                                                  "VornServerRestart"),
+    row<OmlaVornSubscribeRestartNotificationCfmS>("OMLA_VORN_SUBSCRIBE_RESTART_NOTIFICATION_CFM", toClient,
+                                                  "VornServerRestart"),
+    row<OmlaVornSubscribeRestartNotificationRejS>("OMLA_VORN_SUBSCRIBE_RESTART_NOTIFICATION_REJ", toClient,
+                                                  "VornServerRestart", rejectFields),
+    row<OmlaVornRestartNotificationIndS>("OMLA_VORN_RESTART_NOTIFICATION_IND", toClient, "VornServerRestart",
+                                         restartNotificationIndFields),
+    row<RankAndLabelFwdS>("OMLA_VORN_RESTART_BOARD_WITH_RANK_AND_LABEL_FWD", toServer, "VornServerRestart",
+                          rankAndLabelFwdFields, openEnded),
+    row<OmlaVornGetEventHistoryReqS>("OMLA_VORN_GET_EVENT_HISTORY_REQ", toServer, "VornServerRestart",
+                                     getEventHistoryReqFields),
+    row<OmlaVornGetEventHistoryCfmS>("OMLA_VORN_GET_EVENT_HISTORY_CFM", toClient, "VornServerRestart",
+                                     getEventHistoryCfmFields, openEnded),
+    row<OmlaVornGetEventHistoryRejS>("OMLA_VORN_GET_EVENT_HISTORY_REJ", toClient, "VornServerRestart", rejectFields),
     row<FaultWithLabelIndS>("OMLA_VORN_FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND", toClient,
                             "VornServerFaultHandling", faultWithLabelIndFields),
     row<OmlaVornSubscribeFaultsWithHwFaultLabelCfmS>("OMLA_VORN_SUBSCRIBE_FAULTS_WITH_HW_FAULT_LABEL_CFM", toClient,
                                                      "VornServerFaultHandling"),
     row<OmlaVornSubscribeFaultsWithHwFaultLabelReqS>("OMLA_VORN_SUBSCRIBE_FAULTS_WITH_HW_FAULT_LABEL_REQ", toServer,
                                                      "VornServerFaultHandling"),
+    row<OmlaVornOrderHereIAmReqS>("OMLA_VORN_ORDER_HERE_I_AM_REQ", toServer, "VornServerHereIAm", orderHereIAmReqFields,
+                                  openEnded),
+    row<OmlaVornOrderHereIAmCfmS>("OMLA_VORN_ORDER_HERE_I_AM_CFM", toClient, "VornServerHereIAm",
+                                  orderHereIAmCfmFields),
+    row<OmlaVornOrderHereIAmRejS>("OMLA_VORN_ORDER_HERE_I_AM_REJ", toClient, "VornServerHereIAm", rejectFields),
+    row<OmlaVornSubscribeHereIAmStateReqS>("OMLA_VORN_SUBSCRIBE_HERE_I_AM_STATE_REQ", toServer, "VornServerHereIAm"),
+    row<OmlaVornSubscribeHereIAmStateCfmS>("OMLA_VORN_SUBSCRIBE_HERE_I_AM_STATE_CFM", toClient, "VornServerHereIAm"),
+    row<OmlaVornSubscribeHereIAmStateRejS>("OMLA_VORN_SUBSCRIBE_HERE_I_AM_STATE_REJ", toClient, "VornServerHereIAm",
+                                           rejectFields),
+    row<OmlaVornHereIAmStateIndS>("OMLA_VORN_HERE_I_AM_STATE_IND", toClient, "VornServerHereIAm",
+                                  hereIAmStateIndFields),
     row<OmlaVornGetFruDescFileReqS>("OMLA_VORN_GET_FRU_DESC_FILE_REQ", toServer, "VornServerFdf",
                                     getFruDescFileReqFields, openEnded),
     row<OmlaVornGetFruDescFileCfmS>("OMLA_VORN_GET_FRU_DESC_FILE_CFM", toClient, "VornServerFdf"),
@@ -266,6 +382,39 @@ const std::array table{
     row<OmlaVornDeactivateDeepSleepCfmS>("OMLA_VORN_DEACTIVATE_DEEP_SLEEP_CFM", toClient, "VornServerYarrowI"),
     row<OmlaVornDeactivateDeepSleepRejS>("OMLA_VORN_DEACTIVATE_DEEP_SLEEP_REJ", toClient, "VornServerYarrowI",
                                          rejectFields),
+    row<OmlaVornOpticalIndicatorControlSubscribeStatusChangeReqS>(
+        "OMLA_VORN_OPTICAL_INDICATOR_CONTROL_SUBSCRIBE_STATUS_CHANGE_REQ", toServer,
+        "VornServerOpticalIndicatorControl"),
+    row<OmlaVornOpticalIndicatorControlSubscribeStatusChangeCfmS>(
+        "OMLA_VORN_OPTICAL_INDICATOR_CONTROL_SUBSCRIBE_STATUS_CHANGE_CFM", toClient,
+        "VornServerOpticalIndicatorControl"),
+    row<OmlaVornOpticalIndicatorControlSubscribeStatusChangeRejS>(
+        "OMLA_VORN_OPTICAL_INDICATOR_CONTROL_SUBSCRIBE_STATUS_CHANGE_REJ", toClient,
+        "VornServerOpticalIndicatorControl", rejectFields),
+    row<OmlaVornOpticalIndicatorControlStatusChangeIndS>("OMLA_VORN_OPTICAL_INDICATOR_CONTROL_STATUS_CHANGE_IND",
+                                                         toClient, "VornServerOpticalIndicatorControl",
+                                                         opticalStatusChangeIndFields),
+    row<OmlaVornOpticalIndicatorControlActivateReqS>("OMLA_VORN_OPTICAL_INDICATOR_CONTROL_ACTIVATE_REQ", toServer,
+                                                     "VornServerOpticalIndicatorControl"),
+    row<OmlaVornOpticalIndicatorControlActivateCfmS>("OMLA_VORN_OPTICAL_INDICATOR_CONTROL_ACTIVATE_CFM", toClient,
+                                                     "VornServerOpticalIndicatorControl"),
+    row<OmlaVornOpticalIndicatorControlActivateRejS>("OMLA_VORN_OPTICAL_INDICATOR_CONTROL_ACTIVATE_REJ", toClient,
+                                                     "VornServerOpticalIndicatorControl", rejectFields),
+    row<OmlaVornOpticalIndicatorControlDeactivateReqS>("OMLA_VORN_OPTICAL_INDICATOR_CONTROL_DEACTIVATE_REQ", toServer,
+                                                       "VornServerOpticalIndicatorControl"),
+    row<OmlaVornOpticalIndicatorControlDeactivateCfmS>("OMLA_VORN_OPTICAL_INDICATOR_CONTROL_DEACTIVATE_CFM", toClient,
+                                                       "VornServerOpticalIndicatorControl"),
+    row<OmlaVornOpticalIndicatorControlDeactivateRejS>("OMLA_VORN_OPTICAL_INDICATOR_CONTROL_DEACTIVATE_REJ", toClient,
+                                                       "VornServerOpticalIndicatorControl", rejectFields),
+    row<OmlaVornOpticalIndicatorControlActivateWithDurationReqS>(
+        "OMLA_VORN_OPTICAL_INDICATOR_CONTROL_ACTIVATE_WITH_DURATION_REQ", toServer, "VornServerOpticalIndicatorControl",
+        opticalActivateWithDurationReqFields),
+    row<OmlaVornOpticalIndicatorControlActivateWithDurationCfmS>(
+        "OMLA_VORN_OPTICAL_INDICATOR_CONTROL_ACTIVATE_WITH_DURATION_CFM", toClient,
+        "VornServerOpticalIndicatorControl"),
+    row<OmlaVornOpticalIndicatorControlActivateWithDurationRejS>(
+        "OMLA_VORN_OPTICAL_INDICATOR_CONTROL_ACTIVATE_WITH_DURATION_REJ", toClient, "VornServerOpticalIndicatorControl",
+        rejectFields),
     row<RhuneVornConnEstablishReqS>("RHUNE_VORN_CONN_ESTABLISH_REQ", toServer, "RhuneConnEstablish",
                                     rhuneConnEstablishReqFields, openEnded),
     row<RhuneVornConnEstablishCfmS>("RHUNE_VORN_CONN_ESTABLISH_CFM", toClient, "RhuneConnEstablish",
@@ -330,6 +479,12 @@ FieldValue decodeField(const FieldInfo& info, std::span<const std::byte> signal)
 bool isIn(const FieldInfo& info, std::size_t size)
 {
     return info.kind == FieldKind::number ? info.offset + std::size_t{info.size} <= size : info.offset < size;
+}
+
+/// Where a field ends in a signal of that size; it may reach over the record.
+std::size_t endOf(const FieldInfo& info, std::size_t size)
+{
+    return isToTheEnd(info) ? size : std::min(info.offset + std::size_t{info.size}, size);
 }
 
 std::string printField(const FieldValue& field)
@@ -397,7 +552,7 @@ DecodedSignal decodeSignal(std::span<const std::byte> bytes, std::size_t maxRest
         for (const FieldInfo& field : decoded.info->fields) {
             if (isIn(field, bytes.size())) {
                 decoded.fields.push_back(decodeField(field, bytes));
-                known = isToTheEnd(field) ? bytes.size() : known;
+                known = std::max(known, endOf(field, bytes.size()));
             }
         }
     }
