@@ -9,6 +9,10 @@
 #include <optional>
 #include <string>
 
+/// Who has sent a signal and with which references, for the transaction of the request that it causes. The signal is at
+/// least a header long.
+TolmeClient::ProcedureTransaction clientOf(const kiv_msg& signal, std::uint32_t requestMsgNo);
+
 /// An answer, decoded, with the transaction of its request and, once found, the session of the client.
 template <typename Message>
 struct TolmeAnswer {
@@ -29,7 +33,7 @@ public:
         const char* end = "";           ///< behind the message's name: "." or ""
     };
 
-    /// Without words for a component that only sends.
+    /// Without words for a component that looks transactions and sessions up itself.
     TolmeProcedures(VornServerCommonData& commonData, TolmeClient& client) : m_commonData(commonData), m_client(client)
     {
     }
@@ -49,8 +53,8 @@ public:
     bool request(std::uint32_t msgNo, const google::protobuf::Message& message, std::uint32_t mboxId,
                  std::uint32_t serverRef, std::uint32_t clientRef);
     bool request(std::uint32_t msgNo, const google::protobuf::Message& message, const VornSession& session);
-    /// The same with the number of the client's signal in the transaction, whose procedureRef is given here. The
-    /// procedureRef, or 0.
+    /// The same with any number in the transaction, such as that of the client's signal. Returns the procedureRef,
+    /// which goes into the transaction too, or 0.
     std::uint32_t requestFor(TolmeClient::ProcedureTransaction client, std::uint32_t msgNo,
                              const google::protobuf::Message& message);
 
@@ -70,7 +74,13 @@ public:
     template <typename Message>
     std::optional<TolmeAnswer<Message>> findTransaction(const TolmeMessagePtr& message) const
     {
-        auto answer = decode<Message>(message);
+        return withTransaction(decode<Message>(message));
+    }
+
+    /// The same for a message that is decoded already.
+    template <typename Message>
+    std::optional<TolmeAnswer<Message>> withTransaction(std::optional<TolmeAnswer<Message>> answer) const
+    {
         if (answer && !lookUpTransaction(answer->envelope.procedureRef, answer->name, answer->transaction)) {
             answer.reset();
         }
@@ -100,6 +110,13 @@ public:
     std::optional<TolmeAnswer<Message>> take(const TolmeMessagePtr& message)
     {
         return withSession(takeTransaction<Message>(message));
+    }
+
+    /// Finds transaction and session of a message that is decoded already.
+    template <typename Message>
+    std::optional<TolmeAnswer<Message>> withClient(std::optional<TolmeAnswer<Message>> answer) const
+    {
+        return withSession(withTransaction(std::move(answer)));
     }
 
     /// Finds the session of an answer's client; nothing, with a trace, where the client has gone.

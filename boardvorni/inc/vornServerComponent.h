@@ -12,8 +12,18 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 class VornSession;
+
+/// Who is answered: a transaction, or a record with the same members.
+template <typename T>
+concept VornClientRecord = requires(const T& client)
+{
+    client.mboxId;
+    client.clientRef;
+    client.serverRef;
+};
 
 /// A feature of the server. All components are built once, initialised in list order on the server thread and told of
 /// the clients' sessions by the hooks. They meet in VornServerCommonData, in the three static callbacks and in the
@@ -109,6 +119,23 @@ protected:
             reject.errorCode = errorCode;
             copyErrorDescription(reject.text(), vornRejectTextSize, text);
         });
+    }
+
+    // The same three to the client of a transaction.
+    template <typename Record, VornClientRecord Client, typename Fill>
+    void sendSignal(const Client& client, Fill&& fill, std::size_t sizeBehind = 0) const
+    {
+        sendSignal<Record>(client.mboxId, client.clientRef, client.serverRef, std::forward<Fill>(fill), sizeBehind);
+    }
+    template <typename Record, VornClientRecord Client>
+    void sendSignal(const Client& client) const
+    {
+        sendSignal<Record>(client.mboxId, client.clientRef, client.serverRef);
+    }
+    template <typename Record, VornClientRecord Client>
+    void sendReject(const Client& client, std::uint16_t errorCode, const std::string& text) const
+    {
+        sendReject<Record>(client.mboxId, client.clientRef, client.serverRef, errorCode, text);
     }
 
     VornServerCommonData& m_commonData;

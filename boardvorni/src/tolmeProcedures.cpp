@@ -1,8 +1,19 @@
 #include "tolmeProcedures.h"
 
 #include "trace/trace.h"
+#include "vorni/access.h"
 
 #include <google/protobuf/message.h>
+
+TolmeClient::ProcedureTransaction clientOf(const kiv_msg& signal, std::uint32_t requestMsgNo)
+{
+    const auto& header = *viewSignal<VornSignalHeader>(&signal);
+    return {.procedureRef = 0,
+            .mboxId = kiv_sender(&signal),
+            .serverRef = header.serverRef,
+            .clientRef = header.clientRef,
+            .requestMsgNo = requestMsgNo};
+}
 
 bool TolmeProcedures::request(std::uint32_t msgNo, const google::protobuf::Message& message, std::uint32_t mboxId,
                               std::uint32_t serverRef, std::uint32_t clientRef)

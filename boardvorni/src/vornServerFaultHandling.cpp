@@ -144,7 +144,7 @@ void VornServerFaultHandling::addSubscriber(Subscribers& subscribers, const Vorn
                    subscriber.serverRef);
         return;
     }
-    sendSignal<Cfm>(subscriber.mboxId, subscriber.clientRef, subscriber.serverRef);
+    sendSignal<Cfm>(subscriber);
     m_commonData.getFaultManager().reportActiveFaults(subscriber.mboxId);
 }
 

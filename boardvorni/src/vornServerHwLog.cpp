@@ -61,7 +61,7 @@ void VornServerHwLog::handleHwLogSetReq(const MessagePtr& msg)
     if (header == nullptr) {
         return;
     }
-    const Client client{0, kiv_sender(msg.get()), header->serverRef, header->clientRef, OmlaVornHwLogSetReqS::number};
+    const Client client = clientOf(*msg, OmlaVornHwLogSetReqS::number);
     if (m_commonData.findVornSession(client.mboxId) == nullptr) {
         TRACE_INFO("ABN: VornServer has no session for mailbox {}. Ignoring OMLA_VORN_HWLOG_SET_REQ.", client.mboxId);
         return;
@@ -172,13 +172,13 @@ void VornServerHwLog::rejectWriter(const TolmeMessagePtr& message)
 
 void VornServerHwLog::sendHwLogSetCfm(const Client& client) const
 {
-    sendSignal<OmlaVornHwLogSetCfmS>(client.mboxId, client.clientRef, client.serverRef);
+    sendSignal<OmlaVornHwLogSetCfmS>(client);
 }
 
 void VornServerHwLog::sendHwLogSetRej(const Client& client, std::uint16_t errorCode,
                                       const std::string& description) const
 {
-    sendReject<OmlaVornHwLogSetRejS>(client.mboxId, client.clientRef, client.serverRef, errorCode, description);
+    sendReject<OmlaVornHwLogSetRejS>(client, errorCode, description);
 }
 
 void VornServerHwLog::handleHwLogGetReq(const MessagePtr& msg)
@@ -190,8 +190,7 @@ void VornServerHwLog::handleHwLogGetReq(const MessagePtr& msg)
     dunl::HwLogGetReq request;
     request.set_log_id(signal->logId);
     const VornSignalHeader& header = signal->header;
-    m_procedures.requestFor({0, kiv_sender(msg.get()), header.serverRef, header.clientRef, header.sigNo},
-                            dunl::MsgNo::HwLogGetReq, request);
+    m_procedures.requestFor(clientOf(*msg, header.sigNo), dunl::MsgNo::HwLogGetReq, request);
 }
 
 /// A client that has gone leaves its transaction.
@@ -224,7 +223,7 @@ void VornServerHwLog::handleDunlHwLogGetCfm(const TolmeMessagePtr& message)
     }
     const Client& client = answer->transaction;
     const auto& entries = answer->message.entry();
-    sendSignal<OmlaVornHwLogGetCfmS>(client.mboxId, client.clientRef, client.serverRef, [&](auto& cfm) {
+    sendSignal<OmlaVornHwLogGetCfmS>(client, [&](auto& cfm) {
         cfm.length = writeHwLogEntries(entries, cfm.entries);
         if (cfm.length != static_cast<std::uint32_t>(entries.size())) {
             TRACE_INFO("ABN: only {} of {} log entries fit in OMLA_VORN_HWLOG_GET_CFM", cfm.length.value(),
@@ -253,7 +252,6 @@ void VornServerHwLog::handleDunlHwLogGetRej(const TolmeMessagePtr& message)
     const std::uint32_t errorType = answer->message.error_type();
     const Reason& reason = errorType < std::size(reasons) ? reasons[errorType] : unknown;
     const Client& client = answer->transaction;
-    sendReject<OmlaVornHwLogGetRejS>(client.mboxId, client.clientRef, client.serverRef, reason.errorCode,
-                                     reason.description);
+    sendReject<OmlaVornHwLogGetRejS>(client, reason.errorCode, reason.description);
     m_commonData.getDunlClient().removeTransaction(client.procedureRef);
 }

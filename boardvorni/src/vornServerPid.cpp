@@ -122,7 +122,7 @@ void VornServerPid::handleRequest(const MessagePtr& msg)
         return;
     }
     const Request& request = *findRequest(Signal::number);
-    const Client client{0, kiv_sender(msg.get()), signal->header.serverRef, signal->header.clientRef, request.number};
+    const Client client = clientOf(*msg, request.number);
     if (m_commonData.findVornSession(client.mboxId) == nullptr) {
         TRACE_INFO("{}{}. Ignoring {}.", request.noSession, client.mboxId, request.name);
         return;
@@ -238,7 +238,7 @@ std::string VornServerPid::productNameFor(const Client& client) const
 void VornServerPid::confirmHwPid(const Client& client) const
 {
     const HwPid& pid = m_commonData.getHwPid();
-    sendSignal<OmlaVornGetHwPidCfmS>(client.mboxId, client.clientRef, client.serverRef, [&](auto& cfm) {
+    sendSignal<OmlaVornGetHwPidCfmS>(client, [&](auto& cfm) {
         fillText(cfm.productRevision, pid.productRevision);
         fillText(cfm.productName, productNameFor(client));
         fillText(cfm.productNumber, pid.productNumber);
@@ -250,7 +250,7 @@ void VornServerPid::confirmHwPid(const Client& client) const
 void VornServerPid::confirmContainerPid(const Client& client) const
 {
     const ContainerPid& pid = m_commonData.getContainerPid();
-    sendSignal<OmlaVornGetContainerPidCfmS>(client.mboxId, client.clientRef, client.serverRef, [&](auto& cfm) {
+    sendSignal<OmlaVornGetContainerPidCfmS>(client, [&](auto& cfm) {
         fillText(cfm.productRevision, pid.productRevision);
         fillText(cfm.productName, pid.productName);
         fillText(cfm.productNumber, pid.productNumber);
@@ -262,7 +262,7 @@ void VornServerPid::confirmContainerPid(const Client& client) const
 void VornServerPid::confirmMarketNamePid(const Client& client) const
 {
     const HwPid& pid = m_commonData.getHwPid();
-    sendSignal<OmlaVornGetMarketNamePidCfmS>(client.mboxId, client.clientRef, client.serverRef, [&](auto& cfm) {
+    sendSignal<OmlaVornGetMarketNamePidCfmS>(client, [&](auto& cfm) {
         fillText(cfm.productRevision, pid.productRevision);
         fillText(cfm.productName, productNameFor(client));
         fillText(cfm.marketName, pid.market);
@@ -274,15 +274,14 @@ void VornServerPid::confirmMarketNamePid(const Client& client) const
 
 void VornServerPid::confirmExtendedMarketName(const Client& client) const
 {
-    sendSignal<OmlaVornGetExtendedMarketNameCfmS>(client.mboxId, client.clientRef, client.serverRef, [&](auto& cfm) {
-        fillText(cfm.marketName, m_commonData.getHwPid().market);
-    });
+    sendSignal<OmlaVornGetExtendedMarketNameCfmS>(
+        client, [&](auto& cfm) { fillText(cfm.marketName, m_commonData.getHwPid().market); });
 }
 
 template <typename Signal>
 void VornServerPid::reject(const Client& client) const
 {
-    sendReject<Signal>(client.mboxId, client.clientRef, client.serverRef, 1, "Failed to retrieve all PID data");
+    sendReject<Signal>(client, 1, "Failed to retrieve all PID data");
 }
 
 bool VornServerPid::handleCommand(const std::vector<std::string>& args, std::ostream& out)

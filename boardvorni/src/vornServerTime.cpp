@@ -98,7 +98,7 @@ void VornServerTime::handleSetUtcTimeCfm(const TolmeMessagePtr& message)
 {
     if (const auto answer = m_procedures.take<dunl::SetUtcTimeCfm>(message)) {
         const TolmeClient::ProcedureTransaction& client = answer->transaction;
-        sendSignal<OmlaVornSetUtcTimeCfmS>(client.mboxId, client.clientRef, client.serverRef);
+        sendSignal<OmlaVornSetUtcTimeCfmS>(client);
     }
 }
 
@@ -109,5 +109,5 @@ void VornServerTime::handleSetUtcTimeRej(const TolmeMessagePtr& message)
         return;
     }
     const TolmeClient::ProcedureTransaction& client = answer->transaction;
-    sendReject<OmlaVornSetUtcTimeRejS>(client.mboxId, client.clientRef, client.serverRef, 1, "Failed to set UTC time");
+    sendReject<OmlaVornSetUtcTimeRejS>(client, 1, "Failed to set UTC time");
 }
