@@ -27,14 +27,15 @@ public:
     void unregisterCmdHandler(const std::string& name, const VornServerCmdHandler* handler);
 
     /// Adds a further command. `where` is the command registry's: 0 on the server thread, 1 on the command's own.
-    /// False where the name is taken.
+    /// False, with a trace, where the name is taken.
     bool registerCmdTable(const std::string& name, Zephrin::CmdTableHelper::V2::CmdTable table,
                           std::uint32_t where = 0);
+    /// Takes a command back that registerCmdTable has added.
+    void unregisterCmdTable(const std::string& name);
 
 private:
     VornServerUlmo() = default;
 
-    void registerOwn(const std::string& name, Zephrin::CmdTableHelper::V2::CmdTable table, std::uint32_t where = 0);
     int dispatchByName(const std::vector<std::string>& args, std::ostream& out);
     int dispatchByComponent(const std::vector<std::string>& args, std::ostream& out);
 

@@ -125,42 +125,35 @@ void VornServerUlmo::registerCommands()
 {
     const auto byName = [this](const Args& args, std::ostream& out) { return dispatchByName(args, out); };
     const auto byComponent = [this](const Args& args, std::ostream& out) { return dispatchByComponent(args, out); };
-    registerOwn("pid_manipulation",
-                {
-                    {"pid_manipulation { -h | --help }", "pid_manipulation help", print(pidManipulationUsage)},
-                    {"pid_manipulation { -a | --add } <value>", "pid_manipulation add", byName},
-                    {"pid_manipulation { -d | --delete }", "pid_manipulation delete", byName},
-                });
-    registerOwn("fdf_manipulation",
-                {
-                    {"fdf_manipulation { -h | --help }", "fdf_manipulation help", print(fdfManipulationUsage)},
-                    {"fdf_manipulation { -i | --id } <value>", "fdf_manipulation add id", fdfAddId},
-                    {"fdf_manipulation { -f | --file } <value>", "fdf_manipulation add file", fdfAddFile},
-                    {"fdf_manipulation { -d | --delete }", "fdf_manipulation delete", fdfDelete},
-                    {"fdf_manipulation { -r | --read }", "fdf_manipulation read", fdfRead},
-                },
-                onOwnThread);
-    registerOwn("vornsrv", {
-                               {"vornsrv all ready", "List all components that are not ready to publish", byComponent},
-                               {"vornsrv all sessions", "List the client sessions", byComponent},
-                               {"vornsrv fm list", "List faults in VornServer::FaultManager", byComponent},
-                               {"vornsrv fault subscriber",
-                                "List clients that have subscribed with VornServer for faults", byComponent},
-                               {"vornsrv { -h | --help }", "vornsrv help", print(vornsrvUsage)},
-                           });
-    registerOwn("sysconread", {
-                                  {"sysconread { -h | --help }", "sysconread help", print(sysconreadUsage)},
-                                  {"sysconread <name>", "read a system constant", byName},
-                                  {"sysconread", "read all system constants", byName},
-                              });
-}
-
-void VornServerUlmo::registerOwn(const std::string& name, Zephrin::CmdTableHelper::V2::CmdTable table,
-                                 std::uint32_t where)
-{
-    if (!registerCmdTable(name, std::move(table), where)) {
-        TRACE_ERROR("ABN: the command \"{}\" can't be registered", name);
-    }
+    registerCmdTable("pid_manipulation",
+                     {
+                         {"pid_manipulation { -h | --help }", "pid_manipulation help", print(pidManipulationUsage)},
+                         {"pid_manipulation { -a | --add } <value>", "pid_manipulation add", byName},
+                         {"pid_manipulation { -d | --delete }", "pid_manipulation delete", byName},
+                     });
+    registerCmdTable("fdf_manipulation",
+                     {
+                         {"fdf_manipulation { -h | --help }", "fdf_manipulation help", print(fdfManipulationUsage)},
+                         {"fdf_manipulation { -i | --id } <value>", "fdf_manipulation add id", fdfAddId},
+                         {"fdf_manipulation { -f | --file } <value>", "fdf_manipulation add file", fdfAddFile},
+                         {"fdf_manipulation { -d | --delete }", "fdf_manipulation delete", fdfDelete},
+                         {"fdf_manipulation { -r | --read }", "fdf_manipulation read", fdfRead},
+                     },
+                     onOwnThread);
+    registerCmdTable(
+        "vornsrv",
+        {
+            {"vornsrv all ready", "List all components that are not ready to publish", byComponent},
+            {"vornsrv all sessions", "List the client sessions", byComponent},
+            {"vornsrv fm list", "List faults in VornServer::FaultManager", byComponent},
+            {"vornsrv fault subscriber", "List clients that have subscribed with VornServer for faults", byComponent},
+            {"vornsrv { -h | --help }", "vornsrv help", print(vornsrvUsage)},
+        });
+    registerCmdTable("sysconread", {
+                                       {"sysconread { -h | --help }", "sysconread help", print(sysconreadUsage)},
+                                       {"sysconread <name>", "read a system constant", byName},
+                                       {"sysconread", "read all system constants", byName},
+                                   });
 }
 
 bool VornServerUlmo::registerCmdHandler(const std::string& name, VornServerCmdHandler* handler)
@@ -189,10 +182,17 @@ bool VornServerUlmo::registerCmdTable(const std::string& name, Zephrin::CmdTable
         return result == handled || result == partlyHandled ? 0 : commandFailed;
     };
     if (CommandRegistryIf::getInstance().registerCommand(name, run, where) != 0) {
+        TRACE_ERROR("ABN: the command \"{}\" can't be registered", name);
         return false;
     }
     CmdTableHelperIf::getInstance().registerCmdTable(name, std::move(table));
     return true;
+}
+
+/// The table itself stays, out of reach.
+void VornServerUlmo::unregisterCmdTable(const std::string& name)
+{
+    Ostinel::CommandRegistry::V1::CommandRegistryIf::getInstance().unregisterCommand(name);
 }
 
 int VornServerUlmo::dispatchByComponent(const Args& args, std::ostream& out)
