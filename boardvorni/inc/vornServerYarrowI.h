@@ -4,14 +4,12 @@
 #include "vornServerComponent.h"
 #include "yarrowi/if/yarrowIClient.h"
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <queue>
 #include <string>
+
+class UlmoQueue;
 
 /// Finds the yarrowi server, learns its capabilities over a start-up connection that it closes again, then keeps one
 /// connection for each session and translates the clients' deep sleep signals into requests on it. Answers on the
@@ -85,7 +83,6 @@ private:
     bool m_capabilitiesReceived = false;
     bool m_isServerUp = false;
     std::uint32_t m_monitorId = 0;
-    std::queue<MessagePtr> m_ulmoQueue;
-    std::mutex m_ulmoMutex;
-    std::condition_variable m_ulmoCondition;
+    std::shared_ptr<UlmoQueue> m_ulmoQueue;
+    bool m_hasCommand = false;
 };

@@ -10,12 +10,18 @@
 #include "vornServerFdf.h"
 #include "vornServerFesk.h"
 #include "vornServerGanti.h"
+#include "vornServerHereIAm.h"
 #include "vornServerHwLog.h"
 #include "vornServerLinkSupervision.h"
+#include "vornServerMaintState.h"
 #include "vornServerMmiHandling.h"
+#include "vornServerOpticalIndicatorControl.h"
 #include "vornServerPid.h"
+#include "vornServerRestart.h"
 #include "vornServerState.h"
+#include "vornServerTemperature.h"
 #include "vornServerTime.h"
+#include "vornServerVisual.h"
 #include "vornServerYarrowI.h"
 
 std::vector<std::unique_ptr<VornServerComponent>> makeComponents(VornServerCommonData& commonData)
@@ -24,12 +30,18 @@ std::vector<std::unique_ptr<VornServerComponent>> makeComponents(VornServerCommo
     components.push_back(std::make_unique<VornServerPid>(commonData));
     components.push_back(std::make_unique<VornServerState>(commonData));
     components.push_back(std::make_unique<VornServerLinkSupervision>(commonData));
+    components.push_back(std::make_unique<VornServerRestart>(commonData));
+    components.push_back(std::make_unique<VornServerTemperature>(commonData));
     components.push_back(std::make_unique<VornServerTime>(commonData));
     components.push_back(std::make_unique<VornServerCapabilities>(commonData));
+    components.push_back(std::make_unique<VornServerMaintState>(commonData));
+    components.push_back(std::make_unique<VornServerVisual>(commonData));
     components.push_back(std::make_unique<VornServerDunl>(commonData));
     components.push_back(std::make_unique<VornServerFesk>(commonData));
     components.push_back(std::make_unique<VornServerMmiHandling>(commonData));
     components.push_back(std::make_unique<VornServerGanti>(commonData));
+    components.push_back(std::make_unique<VornServerHereIAm>(commonData));
+    components.push_back(std::make_unique<VornServerOpticalIndicatorControl>(commonData));
     components.push_back(std::make_unique<VornServerHwLog>(commonData));
     components.push_back(std::make_unique<VornServerFaultHandling>(commonData));
     components.push_back(std::make_unique<DunlFaultHandler>(commonData));

@@ -1,9 +1,13 @@
 #include "vornServerYarrowI.h"
 
 #include "boardMessage.h"
+#include "deepSleepCommands.h"
+#include "ostinel/commandRegistry.h"
 #include "ostinel/kivMailboxLocator.h"
 #include "ostinel/kivMailboxMonitor.h"
 #include "signalNames.h"
+#include "ulmoQueue.h"
+#include "vornServerUlmo.h"
 #include "vornSession.h"
 #include "vorni/deepSleep.h"
 #include "yarrowi/numbers.h"
@@ -11,6 +15,7 @@
 
 #include <array>
 
+using Ostinel::CommandRegistry::V1::onOwnThread;
 using Ostinel::KivMailboxLocator::V1::KivMailboxLocatorIf;
 using Ostinel::KivMailboxMonitor::V1::KivMailboxMonitorIf;
 
@@ -43,8 +48,6 @@ constexpr std::array stateTexts{
 
 static_assert(stateTexts.size() == yarrowi::DeepSleepState_ARRAYSIZE);
 
-constexpr std::size_t ulmoQueueLimit = 1024;
-
 /// The state that a message tells, which may be left out for the first one; nothing where it is one that isn't known.
 template <typename Message>
 std::optional<std::uint16_t> stateIn(const Message& message, yarrowi::DeepSleepState state, int fieldNumber)
@@ -72,11 +75,17 @@ struct VornServerYarrowI::Received {
 };
 
 VornServerYarrowI::VornServerYarrowI(VornServerCommonData& commonData)
-    : VornServerComponent(commonData), m_yarrowI(commonData.getYarrowIClient())
+    : VornServerComponent(commonData), m_yarrowI(commonData.getYarrowIClient()),
+      m_ulmoQueue(std::make_shared<UlmoQueue>())
 {
 }
 
-VornServerYarrowI::~VornServerYarrowI() = default;
+VornServerYarrowI::~VornServerYarrowI()
+{
+    if (m_hasCommand) {
+        VornServerUlmo::getInstance().unregisterCmdTable(deepSleepCommand);
+    }
+}
 
 bool VornServerYarrowI::init()
 {
@@ -100,6 +109,8 @@ bool VornServerYarrowI::init()
     subscribe(yarrowi::MsgNo::SubscribeDeepSleepStatusRej, &Self::handleSubscribeDeepSleepStatusRej);
     subscribe(yarrowi::MsgNo::DeepSleepStatusInd, &Self::handleDeepSleepStatusInd);
     subscribe(yarrowi::MsgNo::ConnectionClosedownCfm, &Self::handleConnectionClosedownCfm);
+    m_hasCommand = VornServerUlmo::getInstance().registerCmdTable(
+        deepSleepCommand, makeDeepSleepCommands(m_yarrowI, m_commonData.getPrivateMbox(), m_ulmoQueue), onOwnThread);
     registerSignalNames();
     return true;
 }
@@ -472,27 +483,10 @@ void VornServerYarrowI::sendRej(const clientInfo* client, std::uint16_t errorCod
 
 void VornServerYarrowI::forwardToUlmoQueue(const MessagePtr& message)
 {
-    {
-        const std::lock_guard lock(m_ulmoMutex);
-        TRACE_1("Sending {} to ulmo\n", getSignalName(message->number));
-        m_ulmoQueue.push(message);
-        if (m_ulmoQueue.size() > ulmoQueueLimit) {
-            TRACE_INFO("ABN: nobody picks up {} messages for ulmo. Dropping the oldest.", ulmoQueueLimit);
-            m_ulmoQueue.pop();
-        }
-    }
-    m_ulmoCondition.notify_one();
+    m_ulmoQueue->push(message);
 }
 
 VornServerComponent::MessagePtr VornServerYarrowI::waitForUlmoMessage(std::uint32_t seconds)
 {
-    std::unique_lock lock(m_ulmoMutex);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    if (!m_ulmoCondition.wait_until(lock, deadline, [this] { return !m_ulmoQueue.empty(); })) {
-        return nullptr;
-    }
-    MessagePtr message = m_ulmoQueue.front();
-    m_ulmoQueue.pop();
-    TRACE_1("Ulmo picked up {}", getSignalName(message->number));
-    return message;
+    return m_ulmoQueue->wait(seconds);
 }
