@@ -8,9 +8,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <future>
+#include <sstream>
+#include <type_traits>
 
 namespace boardsim {
 
@@ -19,15 +22,19 @@ namespace {
 constexpr std::uint32_t defaultWait = 5000; // milliseconds
 
 template <typename ServerType>
-std::unique_ptr<Server> make()
+std::unique_ptr<Server> make(Board& board)
 {
-    return std::make_unique<ServerType>();
+    if constexpr (std::is_constructible_v<ServerType, Board&>) {
+        return std::make_unique<ServerType>(board);
+    } else {
+        return std::make_unique<ServerType>();
+    }
 }
 
 /// The servers of the board. A further one, whatever transport it has, is a class derived from Server and a line here.
 struct Entry {
     const char* name;
-    std::unique_ptr<Server> (*make)();
+    std::unique_ptr<Server> (*make)(Board&);
 };
 constexpr Entry entries[] = {
     {"legacy", make<LegacyServer>},   {"dunl", make<DunlServer>},   {"fesk", make<FeskServer>},
@@ -105,15 +112,58 @@ std::vector<std::string> BoardSim::serverNames()
 BoardSim::BoardSim(const std::set<std::string>& leftOut)
 {
     for (const Entry& entry : entries) {
-        m_servers.push_back(std::make_unique<ServerThread>(entry.name, entry.make));
+        m_servers.push_back(
+            std::make_unique<ServerThread>(entry.name, [this, &entry] { return entry.make(m_control); }));
         if (leftOut.count(entry.name) == 0) {
             m_servers.back()->call([](Server& server) { server.start(); });
         }
     }
+    m_control.begin({[this] { wakeUp(); }, [this] { return takeDown(); }});
+}
+
+BoardSim::~BoardSim()
+{
+    m_control.end();
+}
+
+void BoardSim::wakeUp()
+{
+    findServer("yarrowi").call([](Server& server) {
+        if (server.isRunning()) {
+            std::ostringstream ignored;
+            server.command({"wake"}, ignored);
+        }
+    });
+}
+
+/// What was stopped before, on command, stays so.
+std::function<void()> BoardSim::takeDown()
+{
+    std::vector<ServerThread*> running;
+    for (const auto& server : m_servers) {
+        const bool wasRunning = server->call([](Server& target) {
+            const bool isRunning = target.isRunning();
+            target.stop();
+            return isRunning;
+        });
+        if (wasRunning) {
+            running.push_back(server.get());
+        }
+    }
+    return [running = std::move(running)] {
+        for (ServerThread* server : running) {
+            try {
+                server->call([](Server& target) { target.start(); });
+            } catch (const std::exception& error) {
+                fmt::print(stderr, "boardsim: {} isn't back: {}\n", server->name(), error.what());
+            }
+        }
+    };
 }
 
 void BoardSim::stopAll()
 {
+    m_control.end();
     for (const auto& server : m_servers) {
         server->call([](Server& running) { running.stop(); });
     }

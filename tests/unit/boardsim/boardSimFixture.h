@@ -5,6 +5,8 @@
 
 #include "dunl/dunl.pb.h"
 #include "dunl/numbers.h"
+#include "fesk/fesk.pb.h"
+#include "fesk/numbers.h"
 #include "kiv/kiv.h"
 #include "messageNumber.h"
 #include "yarrowi/numbers.h"
@@ -18,6 +20,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace boardsim {
@@ -114,6 +117,55 @@ protected:
         received.came = received.body.ParseFromArray(reinterpret_cast<const char*>(msg.get()) + sizeof(header),
                                                      static_cast<int>(kiv_size(msg.get()) - sizeof(header)));
         return received;
+    }
+
+    /// The number that the message has in the interface of its package.
+    static std::uint32_t numberOf(const google::protobuf::Message& message)
+    {
+        const std::string_view name = message.GetDescriptor()->full_name();
+        for (const auto& entry : tolme::dunl::messages) {
+            if (entry.name == name) {
+                return entry.number;
+            }
+        }
+        for (const auto& entry : tolme::fesk::messages) {
+            if (entry.name == name) {
+                return entry.number;
+            }
+        }
+        ADD_FAILURE() << name << " has no number";
+        return 0;
+    }
+
+    void sendDunl(std::uint32_t procedureRef, std::uint32_t connectionRef, const google::protobuf::Message& body)
+    {
+        send("DunlServer", numberOf(body), procedureRef, connectionRef, body);
+    }
+
+    void sendFesk(std::uint32_t procedureRef, std::uint32_t connectionRef, const google::protobuf::Message& body)
+    {
+        send("FeskServer", numberOf(body), procedureRef, connectionRef, body);
+    }
+
+    template <typename Body>
+    Received<Body> expect()
+    {
+        return expect<Body>(numberOf(Body()));
+    }
+
+    /// Whether such a message is there already.
+    template <typename Body>
+    bool anyOf()
+    {
+        return anyOf(numberOf(Body()));
+    }
+
+    std::uint32_t connectFesk(std::uint32_t clientId = 100)
+    {
+        tolme::fesk::ConnEstablishReq request;
+        request.add_protocol_revision(1);
+        sendFesk(clientId, clientId, request);
+        return expect<tolme::fesk::ConnEstablishCfm>().connectionRef;
     }
 
     std::uint32_t connectDunl(std::uint32_t clientId = 100)

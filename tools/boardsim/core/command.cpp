@@ -29,6 +29,14 @@ std::uint32_t parseNumber(const std::string& word, const std::string& what, std:
     return static_cast<std::uint32_t>(value);
 }
 
+std::int32_t parseSigned(const std::string& word, const std::string& what)
+{
+    if (word.rfind('-', 0) != 0) {
+        return static_cast<std::int32_t>(parseNumber(word, what));
+    }
+    return static_cast<std::int32_t>(-std::int64_t{parseNumber(word.substr(1), what, 0x80000000U)});
+}
+
 bool isNumber(const std::string& word)
 {
     return !word.empty() && std::all_of(word.begin(), word.end(), isDigit);
@@ -47,6 +55,25 @@ void expectWords(const Words& args, std::size_t min, std::size_t max)
     if (args.size() > max) {
         throw CommandError(fmt::format("what does \"{}\" mean?", args[max]));
     }
+}
+
+bool isFirstWord(const Words& args, const std::string& first, const std::string& second)
+{
+    expectWords(args, 1, 1);
+    if (args[0] != first && args[0] != second) {
+        throw CommandError(fmt::format("{} or {}", first, second));
+    }
+    return args[0] == first;
+}
+
+std::string printable(const std::string& text)
+{
+    std::string printable;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        printable += byte < ' ' || byte == 0x7F ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
+    }
+    return printable;
 }
 
 std::string joinWords(const Words& args, std::size_t first)

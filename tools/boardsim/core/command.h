@@ -30,6 +30,9 @@ struct CommandRow {
 /// An unsigned decimal or 0x number of at most `max`; throws CommandError with `what` in its text.
 std::uint32_t parseNumber(const std::string& word, const std::string& what, std::uint32_t max = 0xFFFFFFFFU);
 
+/// Any number of 32 bits, written with or without a sign.
+std::int32_t parseSigned(const std::string& word, const std::string& what);
+
 /// Whether a word is a decimal number, and not a field or a name.
 bool isNumber(const std::string& word);
 
@@ -38,6 +41,12 @@ std::optional<std::uint32_t> parseOptionalNumber(const std::string& word, const 
 
 /// Throws CommandError when there are fewer or more words.
 void expectWords(const Words& args, std::size_t min, std::size_t max);
+
+/// Whether the one word that there is is the first or the second; throws CommandError where it is neither.
+bool isFirstWord(const Words& args, const std::string& first, const std::string& second);
+
+/// A peer's text as a terminal can take it.
+std::string printable(const std::string& text);
 
 /// The words from `first` on, with a blank between them.
 std::string joinWords(const Words& args, std::size_t first);

@@ -32,12 +32,36 @@ void ProtobufServer::addConnectionCommands()
 {
     addCommand({"confirm <message> [<count>] [<fields>]", "do it, confirm it with these fields and no others",
                 [this](const Words& args, std::ostream& out) { setRule(RuleKind::confirm, args, out); }});
+    addCommand({"indicate <message> [<fields>]",
+                "tell it to all who would be told it, with these fields and no others, or without fields what is so",
+                [this](const Words& args, std::ostream& out) { indicateOnCommand(args, out); }});
     addCommand({RevisionSetting::form, RevisionSetting::text,
                 [this](const Words& args, std::ostream&) { m_revision.set(args); }});
     addCommand({"limit <n>", "the most connections that it takes", [this](const Words& args, std::ostream&) {
                     expectWords(args, 1, 1);
                     m_limit = parseNumber(args[0], "the limit");
                 }});
+}
+
+void ProtobufServer::indicateOnCommand(const Words& args, std::ostream& out)
+{
+    expectWords(args, 1, args.size());
+    const auto found = m_indications.find(messageName(args[0]));
+    if (found == m_indications.end()) {
+        throw CommandError(args[0] + " is no indication");
+    }
+    const ProtobufProcedures& group = *found->second.group;
+    const std::unique_ptr<Message> message(found->second.prototype->New());
+    if (args.size() > 1) {
+        setFields(*message, joinWords(args, 1));
+    } else {
+        group.prepareIndication(*message);
+    }
+    const std::vector<Connection> audience = group.audience(*message);
+    for (const Connection& connection : audience) {
+        indicate(connection, connection.procedureRef, *message);
+    }
+    out << name() << ": " << found->first << " told " << audience.size() << " times\n";
 }
 
 void ProtobufServer::add(ProtobufProcedures& group)

@@ -46,6 +46,12 @@ public:
     /// Fills in what every reject of the group tells, also one that is sent on command.
     virtual void prepareReject(Message&) const {}
 
+    /// Who is told an indication of the group's when there is cause; each in the procedure that stands there.
+    virtual std::vector<Connection> audience(const Message&) const { return {}; }
+
+    /// Fills in what such an indication would tell now, where it tells a state.
+    virtual void prepareIndication(Message&) const {}
+
     /// The group's own commands.
     virtual std::vector<CommandRow> commands() { return {}; }
 };
@@ -78,8 +84,12 @@ protected:
     template <typename Req, typename Group, typename Cfm>
     void on(Group& group, void (Group::*handler)(const Connection&, const Req&, Cfm&));
 
+    /// A message that isn't answered.
+    template <typename Req, typename Group>
+    void on(Group& group, void (Group::*handler)(const Connection&, const Req&));
+
     template <typename Ind>
-    void indicates();
+    void indicates(const ProtobufProcedures& group);
 
     /// Of messages that nobody has asked for.
     Indicate indicator();
@@ -90,6 +100,10 @@ protected:
     void showState(Json& server) const override;
 
 private:
+    struct Indication {
+        const Message* prototype = nullptr;
+        const ProtobufProcedures* group = nullptr;
+    };
     struct Incoming {
         std::uint32_t procedureRef;
         std::uint32_t connectionRef;
@@ -114,9 +128,11 @@ private:
     void closeConnections(const std::function<bool(const Connection&)>& concerned);
 
     void addConnectionCommands();
+    void indicateOnCommand(const Words& args, std::ostream& out);
 
     RequestTable<const Connection> m_table;
     std::vector<ProtobufProcedures*> m_groups;
+    std::map<std::string, Indication> m_indications; ///< by the message
 
     // Settings.
     RevisionSetting m_revision;
@@ -170,10 +186,17 @@ void ProtobufServer::on(Group& group, void (Group::*handler)(const Connection&, 
     m_table.on(group, handler, {});
 }
 
+template <typename Req, typename Group>
+void ProtobufServer::on(Group& group, void (Group::*handler)(const Connection&, const Req&))
+{
+    m_table.on(group, handler);
+}
+
 template <typename Ind>
-void ProtobufServer::indicates()
+void ProtobufServer::indicates(const ProtobufProcedures& group)
 {
     m_table.indicates<Ind>();
+    m_indications[Ind::descriptor()->name()] = {&Ind::default_instance(), &group};
 }
 
 } // namespace boardsim

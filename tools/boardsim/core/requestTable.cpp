@@ -24,7 +24,17 @@ struct SilentErrors : google::protobuf::io::ErrorCollector {
     }
 };
 
-/// Sets the fields given as text, "name: value ...", or leaves all out that the answer would tell. Throws CommandError.
+std::unique_ptr<Message> newAnswer(const Message* prototype, const PrepareAnswer& prepare, const Message& request)
+{
+    std::unique_ptr<Message> answer(prototype != nullptr ? prototype->New() : nullptr);
+    if (answer != nullptr && prepare) {
+        prepare(request, *answer);
+    }
+    return answer;
+}
+
+} // namespace
+
 void setFields(Message& message, const std::string& fields)
 {
     if (fields == "none") {
@@ -39,17 +49,6 @@ void setFields(Message& message, const std::string& fields)
             fmt::format("{} can't hold {{{}}}: {}", message.GetDescriptor()->name(), fields, errors.first));
     }
 }
-
-std::unique_ptr<Message> newAnswer(const Message* prototype, const PrepareAnswer& prepare, const Message& request)
-{
-    std::unique_ptr<Message> answer(prototype != nullptr ? prototype->New() : nullptr);
-    if (answer != nullptr && prepare) {
-        prepare(request, *answer);
-    }
-    return answer;
-}
-
-} // namespace
 
 std::unique_ptr<Message> RequestRow::newConfirm(const Message& received) const
 {

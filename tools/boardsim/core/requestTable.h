@@ -28,6 +28,9 @@ enum class Purpose { connect, request, disconnect, unanswered };
 /// Fills in what every such answer to a request tells, also one that is sent on command.
 using PrepareAnswer = std::function<void(const Message& request, Message& answer)>;
 
+/// Sets the fields given as text, "name: value ...", or with "none" leaves all out. Throws CommandError.
+void setFields(Message& message, const std::string& fields);
+
 /// One line of the table.
 struct RequestRow {
     Purpose purpose = Purpose::request;

@@ -152,7 +152,9 @@ std::vector<CommandRow> DunlCapabilities::commands()
         {"hotspots { default | none | <hotspot>:<lower>:<upper>... }",
          "told with CLIMATE_CONTROL; each number can be \"absent\"",
          [this](const Words& args, std::ostream&) { m_hotspots = parseList(args, boardHotspots); }},
-        {"rank-label { <n> | absent }", "told with RESTART_RANK_LABEL_SUPPORT",
+        {"rank-label { <n> | absent }",
+         "told with RESTART_RANK_LABEL_SUPPORT: 1 warm, 2 cold, 4 cold with test, 8 power cycle, 16 program; all at "
+         "first",
          [this](const Words& args, std::ostream&) {
              expectWords(args, 1, 1);
              m_restartRankLabel = parseOptionalNumber(args[0], "the rank label");

@@ -37,7 +37,7 @@ private:
     std::vector<int> m_capabilities; ///< in the order in which they are told
     std::vector<Levels> m_temperatureLevels;
     std::vector<Levels> m_hotspots;
-    std::optional<std::uint32_t> m_restartRankLabel = 1;
+    std::optional<std::uint32_t> m_restartRankLabel = 0x1F; ///< all ranks
     std::optional<std::string> m_alternativeLmcTag = "ALT_LMC";
 };
 

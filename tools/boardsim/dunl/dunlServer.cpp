@@ -7,9 +7,9 @@ namespace boardsim {
 
 using namespace tolme::dunl;
 
-DunlServer::DunlServer()
+DunlServer::DunlServer(Board& board)
     : ProtobufServer("dunl", DunlServerMetadata().name(), messages), m_faults(indicator()),
-      m_selectiveLoading(requestIndicator())
+      m_selectiveLoading(requestIndicator()), m_temperatures(requestIndicator()), m_restarts(requestIndicator(), board)
 {
     add(m_capabilities);
     add(m_utcTime);
@@ -19,6 +19,8 @@ DunlServer::DunlServer()
     add(m_faults);
     add(m_oamState);
     add(m_selectiveLoading);
+    add(m_temperatures);
+    add(m_restarts);
 
     onConnect<ConnEstablishReq, ConnEstablishCfm, ConnEstablishRej>();
 
@@ -46,9 +48,19 @@ DunlServer::DunlServer()
     on<ValidateHwSwCompatibilityReq>(m_selectiveLoading, &SelectiveLoading::validate);
     on<ConnectedDevicesInitializedReq>(m_selectiveLoading, &SelectiveLoading::devicesInitialized);
 
-    indicates<FaultInd>();
-    indicates<FaultCeaseInd>();
-    indicates<ConnectedDevicesInitializedInd>();
+    on<TempMeasStartReq>(m_temperatures, &Temperatures::start);
+    on<TempMeasRestartReq>(m_temperatures, &Temperatures::restart);
+    on<TempMeasStopReq>(m_temperatures, &Temperatures::stop);
+
+    on<RestartBoardFwd>(m_restarts, &Restarts::order);
+    on<SubscribeRestartBoardNotificationReq>(m_restarts, &Restarts::subscribe);
+    on<GetRestartHistoryReq>(m_restarts, &Restarts::getHistory);
+
+    indicates<FaultInd>(m_faults);
+    indicates<FaultCeaseInd>(m_faults);
+    indicates<ConnectedDevicesInitializedInd>(m_selectiveLoading);
+    indicates<TempMeasInd>(m_temperatures);
+    indicates<RestartBoardNotificationInd>(m_restarts);
 }
 
 } // namespace boardsim

@@ -1,6 +1,7 @@
 /// The DUNL server, owner of the board's resources.
 #pragma once
 
+#include "tools/boardsim/core/board.h"
 #include "tools/boardsim/core/protobufServer.h"
 #include "tools/boardsim/dunl/connectivity.h"
 #include "tools/boardsim/dunl/dunlCapabilities.h"
@@ -8,7 +9,9 @@
 #include "tools/boardsim/dunl/hardwareLogs.h"
 #include "tools/boardsim/dunl/oamState.h"
 #include "tools/boardsim/dunl/productData.h"
+#include "tools/boardsim/dunl/restarts.h"
 #include "tools/boardsim/dunl/selectiveLoading.h"
+#include "tools/boardsim/dunl/temperatures.h"
 #include "tools/boardsim/dunl/utcTime.h"
 
 namespace boardsim {
@@ -16,7 +19,7 @@ namespace boardsim {
 class DunlServer : public ProtobufServer
 {
 public:
-    DunlServer();
+    explicit DunlServer(Board& board);
 
 private:
     DunlCapabilities m_capabilities;
@@ -27,6 +30,8 @@ private:
     Faults m_faults;
     OamState m_oamState;
     SelectiveLoading m_selectiveLoading;
+    Temperatures m_temperatures;
+    Restarts m_restarts;
 };
 
 } // namespace boardsim

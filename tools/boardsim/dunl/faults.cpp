@@ -51,15 +51,6 @@ std::string nameOf(std::optional<std::int32_t> id)
     return hasName(id) ? names[static_cast<std::size_t>(*id)] : fmt::format("fault {}", *id);
 }
 
-/// Any number of 32 bits, written with or without a sign.
-std::int32_t parseSigned(const std::string& word, const std::string& what)
-{
-    if (word.rfind('-', 0) != 0) {
-        return static_cast<std::int32_t>(parseNumber(word, what));
-    }
-    return static_cast<std::int32_t>(-std::int64_t{parseNumber(word.substr(1), what, 0x80000000U)});
-}
-
 std::optional<std::int32_t> parseId(const std::string& word)
 {
     if (word == "absent") {
@@ -199,6 +190,16 @@ void Faults::tell(const Message& indication)
     for (const auto& [ref, subscriber] : m_state.subscribers) {
         m_indicate(subscriber.connection, indication);
     }
+}
+
+std::vector<Connection> Faults::audience(const Message&) const
+{
+    std::vector<Connection> audience;
+    for (const auto& [ref, subscriber] : m_state.subscribers) {
+        audience.push_back(subscriber.connection);
+        audience.back().procedureRef = 0;
+    }
+    return audience;
 }
 
 void Faults::connectionLost(const Connection& connection)

@@ -22,6 +22,7 @@ public:
     void subscribe(const Connection& connection, const tolme::dunl::SubscribeFaultsReq&,
                    tolme::dunl::SubscribeFaultsCfm&);
 
+    std::vector<Connection> audience(const Message&) const override;
     void connectionLost(const Connection& connection) override;
     std::vector<CommandRow> commands() override;
     void reset() override;

@@ -33,17 +33,6 @@ Verdict keep(const Req& request, const std::string& serverRef)
     }
 }
 
-/// An entry comes from a client and goes to a terminal.
-std::string printable(const std::string& text)
-{
-    std::string printable;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        printable += byte < ' ' || byte == 0x7F ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
-    }
-    return printable;
-}
-
 void print(std::uint32_t log, std::ostream& out)
 {
     const auto entries = HardwareLogStore::read(log);

@@ -24,6 +24,7 @@ public:
     Verdict validate(const Connection&, const tolme::dunl::ValidateHwSwCompatibilityReq& request,
                      tolme::dunl::ValidateHwSwCompatibilityCfm& confirm, tolme::dunl::ValidateHwSwCompatibilityRej&);
 
+    std::vector<Connection> audience(const Message&) const override { return m_waiting; }
     void prepareReject(Message& reject) const override;
     void connectionLost(const Connection& connection) override;
     std::vector<CommandRow> commands() override;

@@ -3,7 +3,11 @@
 
 #include "tools/boardsim/core/protobufServer.h"
 #include "tools/boardsim/fesk/feskCapabilities.h"
+#include "tools/boardsim/fesk/hereIAm.h"
+#include "tools/boardsim/fesk/indicators.h"
+#include "tools/boardsim/fesk/maintenanceState.h"
 #include "tools/boardsim/fesk/mmiUsers.h"
+#include "tools/boardsim/fesk/opticalIndicator.h"
 
 namespace boardsim {
 
@@ -15,6 +19,10 @@ public:
 private:
     FeskCapabilities m_capabilities;
     MmiUsers m_mmiUsers;
+    Indicators m_indicators;
+    MaintenanceState m_maintenanceState;
+    HereIAm m_hereIAm;
+    OpticalIndicator m_opticalIndicator;
 };
 
 } // namespace boardsim

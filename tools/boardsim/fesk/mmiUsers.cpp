@@ -27,12 +27,17 @@ Verdict MmiUsers::registerUser(const Connection& connection, const tolme::fesk::
 Verdict MmiUsers::unregisterUser(const Connection& connection, const tolme::fesk::UnregisterMmiUserReq& request,
                                  tolme::fesk::UnregisterMmiUserCfm&, tolme::fesk::UnregisterMmiUserRej&)
 {
-    const auto found = m_state.users.find(request.mmi_user_id());
-    if (found == m_state.users.end() || found->second.connectionRef != connection.ref) {
+    if (!isUserOf(connection, request.mmi_user_id())) {
         return Verdict::reject;
     }
-    m_state.users.erase(found);
+    m_state.users.erase(request.mmi_user_id());
     return Verdict::confirm;
+}
+
+bool MmiUsers::isUserOf(const Connection& connection, std::uint32_t id) const
+{
+    const auto found = m_state.users.find(id);
+    return found != m_state.users.end() && found->second.connectionRef == connection.ref;
 }
 
 void MmiUsers::connectionLost(const Connection& connection)

@@ -18,6 +18,8 @@ public:
     Verdict unregisterUser(const Connection& connection, const tolme::fesk::UnregisterMmiUserReq& request,
                            tolme::fesk::UnregisterMmiUserCfm&, tolme::fesk::UnregisterMmiUserRej&);
 
+    bool isUserOf(const Connection& connection, std::uint32_t id) const;
+
     void connectionLost(const Connection& connection) override;
     void reset() override { m_state = {}; }
     void show(Json& server) const override;

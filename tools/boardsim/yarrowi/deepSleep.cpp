@@ -64,12 +64,13 @@ void DeepSleep::enter(int state)
 void DeepSleep::tell()
 {
     yarrowi::DeepSleepStatusInd indication;
-    indication.set_deep_sleep_status(static_cast<DeepSleepState>(m_state.state));
+    prepareIndication(indication);
     for (const auto& [ref, subscriber] : m_state.subscribers) {
         m_indicate(subscriber, indication);
     }
     if (m_state.state == yarrowi::PRE_ACTIVE || m_state.state == yarrowi::ACTIVATING) {
-        after(m_settings.step, &DeepSleep::nextStep);
+        after(m_state.state == yarrowi::PRE_ACTIVE ? m_settings.preActive : m_settings.activating,
+              &DeepSleep::nextStep);
     }
 }
 
@@ -104,6 +105,22 @@ void DeepSleep::prepareReject(Message& reject) const
     }
 }
 
+std::vector<Connection> DeepSleep::audience(const Message&) const
+{
+    std::vector<Connection> audience;
+    for (const auto& [ref, subscriber] : m_state.subscribers) {
+        audience.push_back(subscriber);
+        audience.back().procedureRef = 0;
+    }
+    return audience;
+}
+
+void DeepSleep::prepareIndication(Message& indication) const
+{
+    static_cast<yarrowi::DeepSleepStatusInd&>(indication)
+        .set_deep_sleep_status(static_cast<DeepSleepState>(m_state.state));
+}
+
 void DeepSleep::connectionLost(const Connection& connection)
 {
     m_state.subscribers.erase(connection.ref);
@@ -125,14 +142,31 @@ std::vector<CommandRow> DeepSleep::commands()
              expectWords(args, 1, 1);
              m_settings.wakeUpTime = parseOptionalNumber(args[0], "the wake-up time");
          }},
-        {"step <ms>", "time from one state of an activation to the next",
+        {"step <ms> [<ms>]", "time that an activation is in PRE_ACTIVE, and in ACTIVATING; one number is for both",
+         [this](const Words& args, std::ostream&) { setSteps(args); }},
+        {"wake", "as an order to wake up does: out of any other state to INACTIVE, and the subscribers are told",
          [this](const Words& args, std::ostream&) {
-             expectWords(args, 1, 1);
-             m_settings.step = std::chrono::milliseconds(parseNumber(args[0], "the step"));
+             expectWords(args, 0, 0);
+             wake();
          }},
         {"state <name>", "go to this state and tell the subscribers; an activation goes on from there",
          [this](const Words& args, std::ostream&) { forceState(args); }},
     };
+}
+
+void DeepSleep::wake()
+{
+    if (m_state.state != yarrowi::INACTIVE) {
+        enter(yarrowi::INACTIVE);
+    }
+}
+
+void DeepSleep::setSteps(const Words& args)
+{
+    expectWords(args, 1, 2);
+    const std::chrono::milliseconds preActive(parseNumber(args.front(), "the step"));
+    m_settings.activating = std::chrono::milliseconds(parseNumber(args.back(), "the step"));
+    m_settings.preActive = preActive;
 }
 
 void DeepSleep::setSupported(const Words& args)
@@ -159,7 +193,7 @@ void DeepSleep::show(Json& server) const
     Json& deepSleep = server["deepSleep"];
     deepSleep["supported"] = m_settings.isSupported ? Json(*m_settings.isSupported) : Json();
     deepSleep["wakeUpTime"] = m_settings.wakeUpTime ? Json(*m_settings.wakeUpTime) : Json();
-    deepSleep["step"] = m_settings.step.count();
+    deepSleep["steps"] = {m_settings.preActive.count(), m_settings.activating.count()};
     deepSleep["state"] = yarrowi::DeepSleepState_Name(static_cast<DeepSleepState>(m_state.state));
     Json subscribers = Json::array();
     for (const auto& [ref, subscriber] : m_state.subscribers) {

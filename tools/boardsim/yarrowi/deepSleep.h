@@ -28,6 +28,8 @@ public:
     Verdict deactivate(const Connection&, const yarrowi::DeactivateDeepSleepReq&, yarrowi::DeactivateDeepSleepCfm&,
                        yarrowi::DeactivateDeepSleepRej&);
 
+    std::vector<Connection> audience(const Message&) const override;
+    void prepareIndication(Message& indication) const override;
     void connectionLost(const Connection& connection) override;
     void prepareReject(Message& reject) const override;
     std::vector<CommandRow> commands() override;
@@ -38,7 +40,8 @@ private:
     struct Settings {
         std::optional<bool> isSupported = true;
         std::optional<std::uint32_t> wakeUpTime = 30; ///< seconds
-        std::chrono::milliseconds step{200};
+        std::chrono::milliseconds preActive{200};     ///< how long an activation is in this state
+        std::chrono::milliseconds activating{200};
     };
     struct State {
         int state = 0;                                   ///< yarrowi::DeepSleepState
@@ -51,6 +54,8 @@ private:
     void after(std::chrono::milliseconds delay, void (DeepSleep::*step)());
     void cancelStep();
     void nextStep();
+    void wake();
+    void setSteps(const Words& args);
     void setSupported(const Words& args);
     void forceState(const Words& args);
 

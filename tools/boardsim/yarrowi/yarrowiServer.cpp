@@ -19,7 +19,7 @@ YarrowiServer::YarrowiServer() : ProtobufServer("yarrowi", ServerMetadata().name
     on<ActivateDeepSleepReq>(m_deepSleep, &DeepSleep::activate);
     on<DeactivateDeepSleepReq>(m_deepSleep, &DeepSleep::deactivate);
 
-    indicates<DeepSleepStatusInd>();
+    indicates<DeepSleepStatusInd>(m_deepSleep);
 }
 
 } // namespace boardsim
