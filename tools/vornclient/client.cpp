@@ -92,6 +92,7 @@ void Client::close()
     m_references = m_settings.references;
     m_inbox.clear();
     m_faults.clear();
+    m_panel.clear();
 }
 
 References Client::nextReferences()
@@ -137,6 +138,9 @@ void Client::receive(Signal signal)
     const bool isBelieved = m_isConnected && signal.peerName != nullptr;
     if (const auto change = isBelieved ? m_faults.apply(signal) : std::nullopt) {
         m_hub.listener().onFaultChange(*this, *change);
+    }
+    if (isBelieved) {
+        m_panel.apply(signal);
     }
     m_inbox.add(std::move(signal));
 }
@@ -190,6 +194,7 @@ void Client::loseConnection()
     m_isConnected = false;
     m_isSubscribedToFaults = false;
     m_heldResources.clear();
+    m_panel.clear();
     if (m_faults.clear()) {
         m_hub.listener().onFaultChange(*this, {FaultEvent::cleared, {}});
     }

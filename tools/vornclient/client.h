@@ -2,6 +2,7 @@
 #pragma once
 
 #include "vornclient/faultView.h"
+#include "vornclient/panelView.h"
 #include "vornclient/signal.h"
 
 #include <deque>
@@ -75,7 +76,8 @@ public:
     /// Those of the next signal: in RHUNE a procedureRef of its own.
     References nextReferences();
     const FaultView& faults() const { return m_faults; }
-    /// Whether the server has confirmed a subscription in this connection.
+    const PanelView& panel() const { return m_panel; }
+    /// Whether the server has confirmed a subscription to faults in this connection.
     bool isSubscribedToFaults() const { return m_isSubscribedToFaults; }
     /// The resources that the server has granted the client in this connection, in the order in which it did.
     const std::vector<std::uint16_t>& heldResources() const { return m_heldResources; }
@@ -108,6 +110,7 @@ private:
     std::vector<std::uint16_t> m_heldResources;
     Inbox m_inbox;
     FaultView m_faults;
+    PanelView m_panel;
 };
 
 } // namespace VornClient

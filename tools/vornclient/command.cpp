@@ -14,6 +14,8 @@ namespace VornClient {
 
 namespace {
 
+constexpr std::size_t helpWidth = 72; ///< of what stands behind a command's usage
+
 std::string printAnswers(const Answers& answers)
 {
     if (answers.confirm == 0 || answers.reject == 0) {
@@ -274,15 +276,22 @@ std::vector<std::string> CommandTable::complete(Words words) const
 std::string CommandTable::help() const
 {
     constexpr std::size_t column = 46;
-    constexpr std::size_t width = 72;
     std::string text;
     for (const Command& command : m_commands) {
         const std::string usage = usageOf(command);
         text += usage.size() < column ? fmt::format("  {:<{}}", usage, column)
                                       : fmt::format("  {}\n  {:<{}}", usage, "", column);
-        text += wrapped(command.help, width, column + 2) + "\n";
+        text += wrapped(command.help, helpWidth, column + 2) + "\n";
     }
     return text;
+}
+
+std::optional<std::string> CommandTable::help(const std::string& name) const
+{
+    const Command* command = find(name);
+    return command == nullptr ? std::nullopt
+                              : std::optional(fmt::format("  {}\n      {}\n", usageOf(*command),
+                                                          wrapped(command->help, helpWidth, 6)));
 }
 
 CommandTable allCommands()
@@ -300,6 +309,13 @@ CommandTable allCommands()
     addHwLogCommands(table);
     addFruDescriptionCommands(table);
     addCapabilityCommands(table);
+    addTemperatureCommands(table);
+    addRestartCommands(table);
+    addVisualIndicationCommands(table);
+    addMaintenanceStateCommands(table);
+    addHereIAmCommands(table);
+    addOpticalIndicatorCommands(table);
+    addPanelCommands(table);
     addRhuneCommands(table);
     addSignalCommands(table);
     addSessionCommands(table);

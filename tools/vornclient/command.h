@@ -159,6 +159,8 @@ public:
     std::vector<std::string> complete(Words words) const;
     /// The commands with arguments and help, one a line.
     std::string help() const;
+    /// The same of one; nothing for a word that is no command.
+    std::optional<std::string> help(const std::string& name) const;
 
 private:
     std::vector<Command> m_commands;

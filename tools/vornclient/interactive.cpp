@@ -44,14 +44,28 @@ std::vector<std::string> complete(CommandContext& context, const std::vector<std
     return candidates;
 }
 
+/// "help", "help COMMAND" and "COMMAND --help". Returns whether it was one of them.
+bool runHelp(CommandContext& context, const std::vector<std::string>& words)
+{
+    const bool isHelp = !words.empty() && words.front() == "help";
+    if (isHelp && words.size() == 1) {
+        fmt::print("{}  {:<46}{}\n  {:<46}{}\n", context.table().help(), "help [COMMAND]", "print this", "quit", "end");
+        return true;
+    }
+    const bool isHelpOfOne = words.size() == 2 && (isHelp || words.back() == "--help");
+    const auto help = isHelpOfOne ? context.table().help(words[isHelp ? 1 : 0]) : std::nullopt;
+    fmt::print("{}", help.value_or(""));
+    return help.has_value();
+}
+
 /// Returns whether to go on.
 bool runLine(CommandContext& context, const std::string& line)
 {
     const auto words = Ostinel::CommandClient::splitLine(line);
     if (!words) {
         context.printer().error("a quote isn't closed");
-    } else if (!words->empty() && words->front() == "help") {
-        fmt::print("{}  {:<46}{}\n  {:<46}{}\n", context.table().help(), "help", "print this", "quit", "end");
+    } else if (runHelp(context, *words)) {
+        return true;
     } else if (!words->empty() && (words->front() == "quit" || words->front() == "exit")) {
         return false;
     } else if (!words->empty()) {

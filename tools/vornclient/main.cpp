@@ -118,7 +118,7 @@ int main(int argc, char** argv)
     double wait = std::chrono::duration<double>(arguments.options.publishedTimeout).count();
     CLI::App app(description, "vornclient");
     app.footer("Commands, as in \"vornclient [OPTIONS] COMMAND... [then COMMAND...]\"; those that ask something of the "
-               "server\nconnect first:\n" +
+               "server\nconnect first; COMMAND --help tells of one:\n" +
                table.help() + "\n" + footer);
     defineOptions(app, arguments, timeout, wait);
     // What isn't an option of the program is the command's, options of its own included.
@@ -133,6 +133,10 @@ int main(int argc, char** argv)
             return exitCode(Verdict::badUsage);
         }
         return run(std::move(arguments), table);
+    } catch (const CLI::CallForHelp& call) {
+        const auto words = app.remaining();
+        const auto help = words.empty() ? std::nullopt : table.help(words.front());
+        return help ? (fmt::print("{}", *help), 0) : app.exit(call);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : exitCode(Verdict::badUsage);
     } catch (const std::exception& error) {

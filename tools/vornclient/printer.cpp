@@ -2,6 +2,7 @@
 
 #include "vornclient/clientHub.h"
 #include "vornclient/faultNames.h"
+#include "vornclient/screen.h"
 #include "vorni/software.h"
 
 #include <cstdio>
@@ -22,6 +23,21 @@ const char* const firstClient = "first"; ///< the one without a label
 std::string nameOf(const Client& client)
 {
     return client.settings().label.empty() ? firstClient : client.settings().label;
+}
+
+/// With blanks in their place, to every fourth column.
+std::string withoutTabs(const std::string& line)
+{
+    constexpr std::size_t tab = 4;
+    std::string text;
+    for (const char character : line) {
+        if (character == '\t') {
+            text.append(tab - text.size() % tab, ' ');
+        } else {
+            text += character;
+        }
+    }
+    return text;
 }
 
 class TextPrinter final : public Printer
@@ -84,7 +100,7 @@ public:
 
     void runningModule(const Client&, const std::string& loadModule) override
     {
-        print("   | running: " + printable(loadModule, loadModule.size()));
+        print("   | running: " + printable(loadModule));
     }
 
     void productData(const Client&, const char*, const ShownFields& fields) override
@@ -97,7 +113,7 @@ public:
     void logEntries(const Client&, std::uint32_t, const std::vector<std::string>& entries) override
     {
         for (const std::string& entry : entries) {
-            print("   | " + printable(entry, entry.size()));
+            print("   | " + printable(entry));
         }
     }
 
@@ -107,7 +123,7 @@ public:
         if (file.empty()) {
             printText(text);
         } else {
-            print(fmt::format("   | {}: {} bytes written to {}", printable(fdfId, fdfId.size()), text.size(), file));
+            print(fmt::format("   | {}: {} bytes written to {}", printable(fdfId), text.size(), file));
         }
     }
 
@@ -115,6 +131,24 @@ public:
     {
         for (const std::string& line : printCapabilityTable(capabilities)) {
             print("   | " + line);
+        }
+    }
+
+    void report(const Client&, const Report& report) override
+    {
+        for (const std::string& line : report.lines) {
+            print("   | " + line);
+        }
+    }
+
+    void live(const Client& client, const LiveReport& view) override
+    {
+        if (m_redraws) {
+            draw(fmt::format("{}; client {}; Ctrl-C ends", view.title, nameOf(client)), view.report.lines);
+            return;
+        }
+        for (const std::string& line : view.news) {
+            print(line);
         }
     }
 
@@ -129,7 +163,7 @@ public:
     {
         setWatched(client);
         if (m_redraws) {
-            draw(client);
+            drawFaults(client);
             return;
         }
         for (const auto& [faultId, fault] : client.faults().faults()) {
@@ -143,7 +177,7 @@ public:
             return;
         }
         if (m_redraws) {
-            draw(client);
+            drawFaults(client);
         } else {
             print(printFaultChange(change));
         }
@@ -156,19 +190,24 @@ private:
     {
         std::istringstream lines(text);
         for (std::string line; std::getline(lines, line);) {
-            print("   | " + printable(line, line.size()));
+            print("   | " + printable(withoutTabs(line)));
         }
     }
 
+    void drawFaults(const Client& client)
+    {
+        draw(fmt::format("faults shown to client {} at {}; Ctrl-C ends", nameOf(client), isoTime(Clock::now())),
+             printFaultTable(client.faults()));
+    }
+
     /// The whole screen, so that nothing of a longer table stays.
-    void draw(const Client& client)
+    void draw(const std::string& title, const std::vector<std::string>& lines)
     {
         if (m_settings.quiet) {
             return;
         }
-        std::string screen = fmt::format("\033[H\033[2Jfaults shown to client {} at {}; Ctrl-C ends\n", nameOf(client),
-                                         isoTime(Clock::now()));
-        for (const std::string& line : printFaultTable(client.faults())) {
+        std::string screen = "\033[H\033[2J" + title + "\n";
+        for (const std::string& line : lines) {
             screen += "\n" + line;
         }
         writeLine(stdout, screen);
@@ -195,7 +234,7 @@ private:
     }
 
     PrinterSettings m_settings;
-    bool m_redraws = ::isatty(STDOUT_FILENO) != 0;
+    bool m_redraws = currentScreen().isTerminal;
 };
 
 class JsonPrinter final : public Printer
@@ -306,6 +345,18 @@ public:
         print({{"event", "capabilities"}, {"client", client.settings().label}, {"capabilities", std::move(list)}});
     }
 
+    void report(const Client& client, const Report& report) override
+    {
+        Json line{{"event", report.event}, {"client", client.settings().label}};
+        line.update(toJson(report.fields));
+        if (report.rowsName != nullptr) {
+            line[report.rowsName] = toJson(report.rows);
+        }
+        print(std::move(line));
+    }
+
+    void live(const Client& client, const LiveReport& view) override { report(client, view.report); }
+
     void faults(const Client& client) override
     {
         Json faults = Json::array();
@@ -365,16 +416,21 @@ private:
         return json;
     }
 
+    static Json toJson(const std::vector<ShownFields>& rows)
+    {
+        Json json = Json::array();
+        for (const ShownFields& row : rows) {
+            json.push_back(toJson(row));
+        }
+        return json;
+    }
+
     static Json toJson(const Capability& capability)
     {
         const char* name = capabilityName(capability.number);
-        Json parameters = Json::array();
-        for (const ShownFields& row : capability.parameters) {
-            parameters.push_back(toJson(row));
-        }
         return {{"number", capability.number},
                 {"name", name != nullptr ? Json(name) : Json()},
-                {"parameters", std::move(parameters)}};
+                {"parameters", toJson(capability.parameters)}};
     }
 
     static Json fieldsOf(const Vorni::DecodedSignal& signal)
@@ -447,7 +503,7 @@ std::unique_ptr<Printer> Printer::create(const PrinterSettings& settings)
 bool Printer::isMuted(const Client& client, const Signal& signal) const
 {
     const std::uint32_t number = signal.number();
-    return m_watched != nullptr ||
+    return m_watched != nullptr || m_isLive ||
            (m_loading == &client && (number == OmlaVornLoadLmcDataS::number || number == OmlaVornLoadLmcAckS::number));
 }
 

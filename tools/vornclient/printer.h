@@ -4,6 +4,7 @@
 #include "vornclient/capabilityList.h"
 #include "vornclient/client.h"
 #include "vornclient/loadSummary.h"
+#include "vornclient/report.h"
 
 #include <memory>
 #include <string>
@@ -46,6 +47,11 @@ public:
     virtual void fruDescription(const Client& client, const std::string& fdfId, const std::string& text,
                                 const std::string& file) = 0;
     virtual void capabilities(const Client& client, const std::vector<Capability>& capabilities) = 0;
+    virtual void report(const Client& client, const Report& report) = 0;
+    /// From here to endLive no signals are printed, but a view in each of its states: on a terminal it is drawn anew.
+    void beginLive() { m_isLive = true; }
+    virtual void live(const Client& client, const LiveReport& view) = 0;
+    void endLive() { m_isLive = false; }
     /// From here to endLoad a client's blocks and their acknowledgements aren't printed.
     void beginLoad(const Client& client) { m_loading = &client; }
     void endLoad() { m_loading = nullptr; }
@@ -70,6 +76,20 @@ private:
     bool m_progressShown = false;
     const Client* m_watched = nullptr;
     const Client* m_loading = nullptr;
+    bool m_isLive = false;
+};
+
+/// The printer shows a live view rather than signals while this lives.
+class LivePrinting
+{
+public:
+    explicit LivePrinting(Printer& printer) : m_printer(printer) { printer.beginLive(); }
+    ~LivePrinting() { m_printer.endLive(); }
+    LivePrinting(const LivePrinting&) = delete;
+    LivePrinting& operator=(const LivePrinting&) = delete;
+
+private:
+    Printer& m_printer;
 };
 
 } // namespace VornClient

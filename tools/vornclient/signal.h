@@ -123,6 +123,6 @@ std::chrono::milliseconds parseSeconds(const std::string& word);
 std::string isoTime(std::chrono::system_clock::time_point time);
 
 /// The text with control characters and broken UTF-8 written as \xNN, at most `limit` bytes of it.
-std::string printable(std::string_view text, std::size_t limit);
+std::string printable(std::string_view text, std::size_t limit = SIZE_MAX);
 
 } // namespace VornClient

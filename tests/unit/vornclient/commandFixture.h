@@ -8,16 +8,37 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <memory>
+#include <sstream>
 
 namespace VornClient {
+
+inline Signal signalOf(const std::vector<std::string>& words)
+{
+    Signal signal;
+    signal.bytes = buildSignal(words, {});
+    return signal;
+}
+
+/// Answers with a signal built from words, whose references are those of the request.
+inline void reply(const ScriptedServer& server, const kiv_msg* request, const std::vector<std::string>& words)
+{
+    const Signal signal = signalOf(words);
+    server.reply(request, signal.number(),
+                 {reinterpret_cast<const char*>(signal.bytes.data()) + 12, signal.bytes.size() - 12});
+}
 
 /// Keeps what would be printed of the signals.
 class SilentPrinter : public Printer
 {
 public:
     SilentPrinter() : Printer(false) {}
-    void onSent(const Client& client, const Signal& signal) override { note(client, "->", signal); }
+    void onSent(const Client& client, const Signal& signal) override
+    {
+        note(client, "->", signal);
+        sent.push_back(signal);
+    }
     void onReceived(const Client& client, const Signal& signal) override { note(client, "<-", signal); }
     void onServerPublished(kiv_mbox_id_t) override { log.emplace_back("published"); }
     void onServerGone(kiv_mbox_id_t) override { log.emplace_back("gone"); }
@@ -66,10 +87,23 @@ public:
         const auto lines = printCapabilityTable(capabilities);
         log.insert(log.end(), lines.begin(), lines.end());
     }
+    void report(const Client&, const Report& report) override
+    {
+        log.insert(log.end(), report.lines.begin(), report.lines.end());
+    }
+    void live(const Client&, const LiveReport& view) override
+    {
+        log.insert(log.end(), view.news.begin(), view.news.end());
+        if (whenLive) {
+            whenLive();
+        }
+    }
     void error(const std::string&) override {}
 
     std::vector<std::string> log;
+    std::vector<Signal> sent;
     std::function<void()> whenFaultChanges;
+    std::function<void()> whenLive;
 
 private:
     void note(const Client& client, const char* arrow, const Signal& signal)
@@ -111,6 +145,15 @@ protected:
     }
 
     Verdict verdict(std::vector<std::string> words) { return run(std::move(words)).verdict; }
+
+    /// Runs lines, which must all have this verdict.
+    void expectAll(Verdict expected, const std::vector<std::string>& lines)
+    {
+        for (const std::string& line : lines) {
+            std::istringstream words(line);
+            EXPECT_EQ(verdict({std::istream_iterator<std::string>(words), {}}), expected) << line;
+        }
+    }
 
     CommandContext& context() { return *m_context; }
 

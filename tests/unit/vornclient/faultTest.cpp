@@ -13,7 +13,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <sstream>
 
 namespace {
 
@@ -25,33 +24,7 @@ using testing::Not;
 
 const std::string labelInd = "FAULT_WITH_RECOVERY_TIME_AND_HW_FAULT_LABEL_IND";
 
-Signal signalOf(const std::vector<std::string>& words)
-{
-    Signal signal;
-    signal.bytes = buildSignal(words, {});
-    return signal;
-}
-
-/// Answers with a signal built from words, whose references are those of the request.
-void reply(ScriptedServer& server, const kiv_msg* request, const std::vector<std::string>& words)
-{
-    const Signal signal = signalOf(words);
-    server.reply(request, signal.number(),
-                 {reinterpret_cast<const char*>(signal.bytes.data()) + 12, signal.bytes.size() - 12});
-}
-
-class VornClientFault : public VornClientCommand
-{
-protected:
-    /// Runs lines, which must all have this verdict.
-    void expectAll(Verdict expected, const std::vector<std::string>& lines)
-    {
-        for (const std::string& line : lines) {
-            std::istringstream words(line);
-            EXPECT_EQ(verdict({std::istream_iterator<std::string>(words), {}}), expected) << line;
-        }
-    }
-};
+using VornClientFault = VornClientCommand;
 
 TEST(FaultNames, AreTakenInAnySpellingAndAsNumbers)
 {

@@ -6,6 +6,7 @@
 #include "vornclient/command.h"
 #include "vornclient/procedures/procedures.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -42,6 +43,7 @@ struct UnitResult {
     std::string output;
     std::string command;
     int exitCode = 0;
+    bool hasEnded = false; ///< with that exit code
 };
 
 UnitResult runUnitCommand(Words words, const Ostinel::CommandClient::RunLimits& limits)
@@ -49,7 +51,8 @@ UnitResult runUnitCommand(Words words, const Ostinel::CommandClient::RunLimits& 
     requireWords(words, 1, SIZE_MAX);
     std::ostringstream output;
     const auto result = Ostinel::CommandClient::run({words.begin(), words.end()}, output, limits);
-    UnitResult unit{{}, output.str(), fmt::format("{}", fmt::join(words, " ")), result.error ? 0 : result.exitCode};
+    UnitResult unit{
+        {}, output.str(), fmt::format("{}", fmt::join(words, " ")), result.error ? 0 : result.exitCode, !result.error};
     if (result.error == Ostinel::CommandClient::RunError::notFound) {
         unit.outcome = {Verdict::failed, fmt::format("no process has the command \"{}\"", words.front()), {}};
     } else if (result.error == Ostinel::CommandClient::RunError::interrupted) {
@@ -76,11 +79,18 @@ Outcome ulmo(CommandContext& context, Words words)
     return unit.outcome;
 }
 
+Outcome unexpectedOutput(const std::string& expected, const std::string& output)
+{
+    constexpr std::size_t longestShown = 2000;
+    return {Verdict::failed,
+            fmt::format("expected output with \"{}\", came: {}", expected, printable(output, longestShown)),
+            {}};
+}
+
 /// Asks again for as long as an answer may take: what the unit does may still be on its way.
 Outcome ulmoExpect(CommandContext& context, Words words)
 {
     constexpr std::chrono::milliseconds askAgain{20};
-    constexpr std::size_t longestShown = 2000;
     requireWords(words, 2, SIZE_MAX);
     const auto end = ClientHub::Clock::now() + context.options().answerTimeout;
     const Ostinel::CommandClient::RunLimits limits{end, context.hub().interruptFd()};
@@ -95,12 +105,31 @@ Outcome ulmoExpect(CommandContext& context, Words words)
     }
     print(context, unit);
     if (unit.outcome.verdict == Verdict::ok && !hasText()) {
-        unit.outcome = {
-            Verdict::failed,
-            fmt::format("expected output with \"{}\", came: {}", words[0], printable(unit.output, longestShown)),
-            {}};
+        unit.outcome = unexpectedOutput(words[0], unit.output);
     }
     return unit.outcome;
+}
+
+/// What mustn't be done twice, or must fail: asked once, with an exit code and texts.
+Outcome ulmoExit(CommandContext& context, Words words)
+{
+    std::vector<std::string> texts;
+    for (auto text = takeWith(words); text; text = takeWith(words)) {
+        texts.push_back(*text);
+    }
+    requireWords(words, 2, SIZE_MAX);
+    const auto code = static_cast<int>(parseNumber(words[0], UINT8_MAX));
+    UnitResult unit = runUnitCommand(words.subspan(1), {std::nullopt, context.hub().interruptFd()});
+    print(context, unit);
+    if (!unit.hasEnded) {
+        return unit.outcome;
+    }
+    if (unit.exitCode != code) {
+        return {Verdict::failed, fmt::format("expected exit code {}, came: {}", code, unit.exitCode), {}};
+    }
+    const auto isMissing = [&](const std::string& text) { return unit.output.find(text) == std::string::npos; };
+    const auto missing = std::find_if(texts.begin(), texts.end(), isMissing);
+    return missing == texts.end() ? Outcome{} : unexpectedOutput(*missing, unit.output);
 }
 
 Outcome play(CommandContext& context, Words words)
@@ -129,6 +158,8 @@ void addSessionCommands(CommandTable& table)
     table.add({"ulmo-expect", "TEXT WORD...",
                "as ulmo, asked again until its output has the text, for at most the time that an answer may take",
                ulmoExpect, nullptr});
+    table.add({"ulmo-exit", "CODE WORD... [with TEXT]...",
+               "as ulmo, but it must end with this code, its output having these texts", ulmoExit, nullptr});
     table.add({"play", "FILE",
                "play a session file: one command a line, # comments, ${NAME} for a variable of the environment", play,
                sessionFiles});
