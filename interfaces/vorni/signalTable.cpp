@@ -456,11 +456,11 @@ bool isToTheEnd(const FieldInfo& info)
     return info.size == 0;
 }
 
-FieldValue decodeField(const FieldInfo& info, std::span<const std::byte> signal)
+FieldValue decodeField(const FieldInfo& info, std::span<const std::byte> signal, std::size_t maxRest)
 {
     const std::size_t left = signal.size() - info.offset;
     const auto bytes = signal.subspan(info.offset, isToTheEnd(info) ? left : std::min<std::size_t>(info.size, left));
-    FieldValue value{.info = &info, .number = 0, .text = {}};
+    FieldValue value{.info = &info, .number = 0, .text = {}, .isCut = false};
     switch (info.kind) {
     case FieldKind::number:
         value.number = bigEndian(bytes);
@@ -469,7 +469,8 @@ FieldValue decodeField(const FieldInfo& info, std::span<const std::byte> signal)
         value.text = textUntilZero(bytes);
         break;
     case FieldKind::bytes:
-        value.text = hexDigits(bytes);
+        value.isCut = isToTheEnd(info) && bytes.size() > maxRest;
+        value.text = hexDigits(value.isCut ? bytes.first(maxRest) : bytes);
         break;
     }
     return value;
@@ -497,7 +498,7 @@ std::string printField(const FieldValue& field)
     case FieldKind::bytes:
         break;
     }
-    return fmt::format("{}=0x{}", field.info->name, field.text);
+    return fmt::format("{}=0x{}{}", field.info->name, field.text, field.isCut ? "..." : "");
 }
 
 } // namespace
@@ -551,7 +552,7 @@ DecodedSignal decodeSignal(std::span<const std::byte> bytes, std::size_t maxRest
         known = decoded.info->size;
         for (const FieldInfo& field : decoded.info->fields) {
             if (isIn(field, bytes.size())) {
-                decoded.fields.push_back(decodeField(field, bytes));
+                decoded.fields.push_back(decodeField(field, bytes, maxRest));
                 known = std::max(known, endOf(field, bytes.size()));
             }
         }

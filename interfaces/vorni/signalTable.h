@@ -59,6 +59,7 @@ struct FieldValue {
     const FieldInfo* info;
     std::uint64_t number = 0; ///< FieldKind::number
     std::string text;         ///< FieldKind::text; FieldKind::bytes as hexadecimal digits
+    bool isCut = false;       ///< there are more bytes than were wanted
 };
 
 /// One of the two references of a signal.
@@ -79,7 +80,7 @@ struct DecodedSignal {
 };
 
 /// Takes the bytes of a message apart, the number in host order first. Reads nothing outside them. Of what stands
-/// behind the record no more than `maxRest` bytes are kept.
+/// behind the record, and of bytes that reach to the signal's end, no more than `maxRest` are kept.
 DecodedSignal decodeSignal(std::span<const std::byte> bytes, std::size_t maxRest = SIZE_MAX);
 
 /// "OMLA_VORN_SET_UTC_TIME_REJ{clientRef=1, serverRef=2, errorCode=1, description="Failed to set UTC time"}".
