@@ -72,12 +72,12 @@ void BoardControl::doRestart(Lock& lock)
     const std::function<void()> bringUp = m_actions.takeDown();
     lock.lock();
     pause(lock, down);
-    m_restart.reset();
     if (!m_isEnded) {
         lock.unlock();
         bringUp();
         lock.lock();
     }
+    m_restart.reset();
 }
 
 void BoardControl::pause(Lock& lock, std::chrono::milliseconds time)

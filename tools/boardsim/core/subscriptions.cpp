@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <set>
 #include <utility>
 
@@ -64,14 +65,20 @@ void Subscriptions::tellSoon(const Message& indication)
     }
 }
 
-void Subscriptions::tellConnections(const Message& indication)
+std::vector<Connection> Subscriptions::firstOfConnections() const
+{
+    std::vector<Connection> first;
+    std::set<std::uint32_t> seen;
+    std::copy_if(m_all.begin(), m_all.end(), std::back_inserter(first),
+                 [&](const Connection& connection) { return seen.insert(connection.ref).second; });
+    return first;
+}
+
+void Subscriptions::tellFirstOfConnections(const Message& indication)
 {
     tellNews();
-    std::set<std::uint32_t> told;
-    for (const Connection& connection : m_all) {
-        if (told.insert(connection.ref).second) {
-            m_indicate(connection, indication);
-        }
+    for (const Connection& connection : firstOfConnections()) {
+        m_indicate(connection, indication);
     }
 }
 

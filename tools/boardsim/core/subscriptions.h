@@ -26,10 +26,11 @@ public:
     /// Tells all of them, from the loop: behind the answer that is being made.
     void tellSoon(const Message& indication);
 
-    /// Tells each connection once, in the procedure of its first subscription, at once.
-    void tellConnections(const Message& indication);
-
     const std::vector<Connection>& all() const { return m_all; }
+    /// The first of each connection, for what a connection is told once.
+    std::vector<Connection> firstOfConnections() const;
+    /// Tells these, at once.
+    void tellFirstOfConnections(const Message& indication);
     Json shown() const;
 
 private:

@@ -91,7 +91,7 @@ void Restarts::happen(const RestartBoardNotificationInd& restart)
     } catch (const std::exception& error) {
         console::traffic("dunl", fmt::format("restart history: {}", error.what()));
     }
-    m_subscriptions.tellConnections(restart); // who has the connection tells its own subscribers
+    m_subscriptions.tellFirstOfConnections(restart); // who has the connection tells its own subscribers
     if (restart.restart_code() == wakeUpCode) {
         m_board.wakeUp();
     }
@@ -118,7 +118,7 @@ Verdict Restarts::getHistory(const Connection&, const tolme::dunl::GetRestartHis
     }
     const auto wanted = static_cast<int>(std::min<std::uint32_t>(request.number_of_events(), RestartHistory::max));
     auto& items = *confirm.mutable_history_item();
-    if (request.has_number_of_events() && wanted < items.size()) {
+    if (wanted != 0 && wanted < items.size()) { // who wants none in particular gets all
         items.DeleteSubrange(wanted, items.size() - wanted);
     }
     return Verdict::confirm;

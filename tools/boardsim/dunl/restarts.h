@@ -12,9 +12,9 @@
 
 namespace boardsim {
 
-/// A restart, ordered by a client or made by the board, enters the history and is told to each subscription. Whether
-/// the board then really goes down is a setting. The order to wake up is a restart by its code, and ends the deep
-/// sleep.
+/// A restart, ordered by a client or made by the board, enters the history and is told to each connection that has
+/// subscribed, once. Whether the board then really goes down is a setting. The order to wake up is a restart by its
+/// code, and ends the deep sleep.
 class Restarts : public ProtobufProcedures
 {
 public:
@@ -28,7 +28,7 @@ public:
     Verdict getHistory(const Connection&, const tolme::dunl::GetRestartHistoryReq& request,
                        tolme::dunl::GetRestartHistoryCfm& confirm, tolme::dunl::GetRestartHistoryRej&);
 
-    std::vector<Connection> audience(const Message&) const override { return m_subscriptions.all(); }
+    std::vector<Connection> audience(const Message&) const override { return m_subscriptions.firstOfConnections(); }
     void connectionLost(const Connection& connection) override { m_subscriptions.drop(connection); }
     std::vector<CommandRow> commands() override;
     void reset() override;

@@ -89,7 +89,7 @@ Outcome watchIndications(CommandContext& context, const WatchSettings& settings,
         return isEnough() || context.hub().serverLosses() != losses;
     };
     const std::chrono::seconds measured{static_cast<std::int64_t>(settings.period * settings.count.value_or(0))};
-    const auto atMost = measured + context.options().answerTimeout;
+    const auto atMost = measured + measured / 10 + context.options().answerTimeout; // the board's clock isn't ours
     const auto end = settings.count ? ClientHub::Clock::now() + atMost : ClientHub::Clock::time_point::max();
     context.printer().progress(fmt::format("the first temperatures come within {} s", settings.period));
     const WaitResult result = context.hub().waitUntil(isOver, end);
