@@ -63,7 +63,7 @@ protected:
     {
         unit.settle();
         std::string all;
-        while (const auto signal = unit.post.next(client->mbox(), std::chrono::milliseconds(0))) {
+        while (const auto signal = client->take()) {
             const auto* ind = viewSignal<OmlaVornFaultIndS>(signal->get());
             const auto* end = viewSignal<OmlaVornFaultceaseIndS>(signal->get());
             if (signal->number() == OmlaVornFaultIndS::number && ind != nullptr) {

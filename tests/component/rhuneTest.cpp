@@ -27,17 +27,14 @@ protected:
 
     /// A signal with any bytes behind its record.
     template <typename Record, typename Fill>
-    void send(const Peer& from, std::uint32_t ref, Fill&& fill, std::span<const std::byte> behind = {})
+    void send(const VorniPeer& from, std::uint32_t ref, Fill&& fill, std::span<const std::byte> behind = {})
     {
-        std::vector<std::byte> bytes(sizeof(Record));
-        auto* record = reinterpret_cast<Record*>(bytes.data());
-        record->header.sigNo = Record::number;
-        record->header.setReferences(9, ref);
-        fill(*record);
-        bytes.insert(bytes.end(), behind.begin(), behind.end());
-        from.sendBytes(unit.privateMbox(), bytes);
+        NewSignal<Record> signal(9, ref, behind.size());
+        fill(*signal);
+        std::copy(behind.begin(), behind.end(), reinterpret_cast<std::byte*>(&*signal) + sizeof(Record));
+        from.sendSignal(unit.privateMbox(), signal);
     }
-    void sendConnEstablishReq(const Peer& from, std::uint32_t count, std::span<const std::byte> behind)
+    void sendConnEstablishReq(const VorniPeer& from, std::uint32_t count, std::span<const std::byte> behind)
     {
         send<RhuneVornConnEstablishReqS>(
             from, 77, [count](auto& request) { request.nbrOfSupportedProtocolRev = count; }, behind);
@@ -54,11 +51,11 @@ protected:
         sendConnEstablishReq(peer, 1, std::as_bytes(std::span(&revision, 1)));
         return peer.expect<RhuneVornConnEstablishCfmS>().header.connectionRef;
     }
-    void close(const Peer& from, std::uint32_t ref)
+    void close(const VorniPeer& from, std::uint32_t ref)
     {
         send<RhuneVornConnCloseReqS>(from, ref, [](auto&) {});
     }
-    void raise(const Peer& from, std::uint32_t ref, std::uint16_t faultId, std::string_view description = "text",
+    void raise(const VorniPeer& from, std::uint32_t ref, std::uint16_t faultId, std::string_view description = "text",
                std::string_view label = "", std::uint32_t recoveryTime = 0, std::string_view behind = "")
     {
         const auto fill = [&](RhuneVornFaultFwdS& signal) {
@@ -69,7 +66,7 @@ protected:
         };
         send<RhuneVornFaultFwdS>(from, ref, fill, std::as_bytes(std::span(behind)));
     }
-    void cease(const Peer& from, std::uint32_t ref, std::uint16_t faultId)
+    void cease(const VorniPeer& from, std::uint32_t ref, std::uint16_t faultId)
     {
         send<RhuneVornFaultceaseFwdS>(from, ref, [faultId](auto& signal) { signal.faultId = faultId; });
     }
@@ -77,7 +74,7 @@ protected:
     std::string received(const Peer& peer)
     {
         unit.settle();
-        const auto signal = unit.post.next(peer.mbox(), std::chrono::milliseconds(0));
+        const auto signal = peer.take();
         EXPECT_EQ(signal ? signal->sender() : unit.privateMbox(), unit.privateMbox());
         return signal ? Vorni::printSignal(signal->bytes()) : "";
     }

@@ -36,7 +36,7 @@ struct Sides {
     {
         NewSignal<Record> signal(client.clientRef, client.serverRef, module.size());
         std::copy(module.begin(), module.end(), reinterpret_cast<char*>(&*signal) + sizeof(Record));
-        signal.send(client.publicMbox(), client.mbox());
+        client.sendSignal(client.publicMbox(), signal);
     }
     void beginLoad() const
     {

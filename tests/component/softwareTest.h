@@ -78,7 +78,7 @@ protected:
     {
         NewSignal<Record> signal(client.clientRef, client.serverRef, name.size());
         std::copy(name.begin(), name.end(), reinterpret_cast<char*>(&*signal) + sizeof(Record));
-        signal.send(client.publicMbox(), client.mbox());
+        client.sendSignal(client.publicMbox(), signal);
     }
     /// The next signal is this reject with this text.
     template <typename Reject>

@@ -41,13 +41,13 @@ protected:
         signal->recoveryTime = recoveryTime;
         std::copy(label.begin(), label.end(), signal->hwFaultLabel);
         std::copy(description.begin(), description.end(), signal->faultDescription);
-        signal.send(unit.privateMbox(), rhune.mbox());
+        rhune.sendSignal(unit.privateMbox(), signal);
     }
     void cease(std::uint16_t faultId)
     {
         NewSignal<RhuneVornFaultceaseFwdS> signal(0, connectionRef);
         signal->faultId = faultId;
-        signal.send(unit.privateMbox(), rhune.mbox());
+        rhune.sendSignal(unit.privateMbox(), signal);
     }
     static void subscribe(const Client& client) { client.send<OmlaVornSubscribeFaultsReqS>(); }
     static void subscribeWithLabel(const Client& client) { client.send<OmlaVornSubscribeFaultsWithHwFaultLabelReqS>(); }
@@ -58,7 +58,7 @@ protected:
     {
         unit.settle();
         std::string all;
-        while (const auto signal = unit.post.next(client.mbox(), std::chrono::milliseconds(0))) {
+        while (const auto signal = client.take()) {
             const auto* header = viewSignal<VornSignalHeader>(signal->get());
             EXPECT_EQ(header->clientRef, client.clientRef);
             EXPECT_EQ(header->serverRef, client.serverRef);

@@ -25,7 +25,7 @@ protected:
     {
         NewSignal<OmlaVornGetFruDescFileReqS> signal(client.clientRef, client.serverRef, id.size());
         id.copy(reinterpret_cast<char*>(&*signal) + sizeof(OmlaVornGetFruDescFileReqS), id.size());
-        signal.send(client.publicMbox(), client.mbox());
+        client.sendSignal(client.publicMbox(), signal);
     }
     static std::string expectPart(Client& client, std::uint32_t endFlag)
     {

@@ -45,7 +45,7 @@ protected:
         signal->lmSeqNr = seqNr;
         signal->noOfBytes = noOfBytes;
         std::copy(data.begin(), data.end(), reinterpret_cast<char*>(&*signal) + sizeof(OmlaVornLoadLmcDataS));
-        signal.send(sender.publicMbox(), sender.mbox());
+        sender.sendSignal(sender.publicMbox(), signal);
     }
     void sendBlock(std::uint16_t seqNr, std::string_view data) const
     {

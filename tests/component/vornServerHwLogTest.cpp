@@ -30,7 +30,7 @@ protected:
         signal->logId = logId;
         signal->length = length;
         entries.copy(reinterpret_cast<char*>(signal->entries), entries.size());
-        signal.send(client().publicMbox(), client().mbox());
+        client().sendSignal(client().publicMbox(), signal);
     }
     void sendGet(std::uint32_t logId)
     {

@@ -374,6 +374,7 @@ void DuClient::expectConfirm()
 
 void DuClient::expectSettled()
 {
+    const SignalCoverage::Pause pause; // any test's probe
     send<OmlaVornLinkSupervisionReqS>();
     expect<OmlaVornLinkSupervisionRejS>();
 }
@@ -411,6 +412,7 @@ DuClient& SystemTest::addClient()
 
 DuClient& SystemTest::connect()
 {
+    const SignalCoverage::Pause pause;
     DuClient& client = addClient();
     client.beginConnect();
     client.expectConfirm();

@@ -1,4 +1,7 @@
-/// main of all test programs: gives the process a run-time directory of its own and removes it at the end.
+/// main of all test programs: gives the process a run-time directory of its own and removes it at the end, and writes
+/// which signals its tests have covered.
+
+#include "signalCoverage.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -40,6 +43,7 @@ struct PrivateRuDir {
 int main(int argc, char** argv)
 {
     ::testing::InitGoogleTest(&argc, argv);
+    ::testing::UnitTest::GetInstance()->listeners().Append(new SignalCoverage::Listener); // which gtest deletes
     const PrivateRuDir ruDir;
     return RUN_ALL_TESTS();
 }

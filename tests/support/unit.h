@@ -16,6 +16,7 @@
 #include "gantiServer.h"
 #include "kiv/kiv.h"
 #include "messageNumber.h"
+#include "signalCoverage.h"
 #include "step.h"
 #include "trace/recordedTraces.h"
 #include "vorni/access.h"
@@ -29,6 +30,7 @@
 #include <google/protobuf/message.h>
 #include <gtest/gtest.h>
 #include <list>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -77,7 +79,7 @@ public:
 
 private:
     std::uint32_t m_main;
-    std::deque<Received> m_waiting;
+    std::map<std::uint32_t, std::deque<Received>> m_waiting; ///< by mailbox
 };
 
 /// A mailbox that the test speaks through.
@@ -99,6 +101,8 @@ public:
     void sendBytes(std::uint32_t receiver, std::span<const std::byte> bytes) const;
     /// The next message, whatever it is, which must have this number.
     Received expectNumber(std::uint32_t number);
+    /// What is waiting first, for a test that says itself what it must be. Call settle before.
+    std::optional<Received> take() const;
     /// Fails where a message is waiting. Call settle before.
     void expectNothing();
     /// Throws away what is waiting.
@@ -180,6 +184,13 @@ public:
     {
         NewSignal<Record> signal(clientRef, serverRef);
         fill(*signal);
+        sendSignal(receiver, signal);
+    }
+    /// Sends one that is built, with whatever follows its record.
+    template <typename Record>
+    void sendSignal(std::uint32_t receiver, NewSignal<Record>& signal) const
+    {
+        noteSent(Record::number);
         signal.send(receiver, mbox());
     }
 
@@ -198,6 +209,9 @@ public:
     }
 
     std::uint32_t lastSender = 0; ///< of the last signal that was expected
+
+private:
+    static void noteSent(std::uint32_t number);
 };
 
 class Client : public VorniPeer
@@ -266,6 +280,7 @@ public:
     Post post;
     /// What the DUNL server says that it can do: values of tolme::dunl::Capability. To be set before it connects.
     std::vector<int> dunlCapabilities;
+    std::uint32_t restartRanks = 0; ///< that the DUNL server takes, a bit each; the same
     /// What the software manager says that it can do; nothing at first. To be filled before it is connected.
     std::unique_ptr<gant::GetCapabilitiesCfm> gantiCapabilities;
     std::uint16_t protocolRev = 3; ///< in the clients' connection requests

@@ -1,4 +1,6 @@
-/// Prints the signal reference, docs/signals.md, from the tables of the interfaces.
+/// Prints the signal reference, docs/signals.md, from the tables of the interfaces and from what the tests have
+/// covered: signaldoc DIRECTORY, the one that VORN_SIGNAL_COVERAGE named when they ran. A signal without a test is an
+/// error.
 
 #include "dunl/dunl.pb.h"
 #include "dunl/numbers.h"
@@ -12,12 +14,71 @@
 #include "yarrowi/yarrowi.pb.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
 #include <google/protobuf/descriptor.h>
+#include <map>
+#include <set>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace {
+
+/// The tests that cover a signal, by its number.
+using Coverage = std::map<std::uint32_t, std::set<std::string>>;
+
+/// A file there holds a test's name and the numbers of its signals, a line each.
+Coverage readCoverage(const std::filesystem::path& directory)
+{
+    Coverage coverage;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        std::ifstream file(entry.path());
+        std::string test;
+        std::getline(file, test);
+        for (std::uint32_t number = 0; file >> number;) {
+            coverage[number].insert(test);
+        }
+    }
+    return coverage;
+}
+
+/// How much of its beginning a test's name shares with the name of a class.
+std::size_t resemblance(std::string_view test, std::string_view className)
+{
+    const auto differs = std::mismatch(test.begin(), test.end(), className.begin(), className.end()).first;
+    return static_cast<std::size_t>(differs - test.begin());
+}
+
+/// The first test of the class that answers the signal, or of what comes nearest to one.
+std::string testOf(const Vorni::SignalInfo& signal, const Coverage& coverage)
+{
+    const auto found = coverage.find(signal.number);
+    if (found == coverage.end()) {
+        return {};
+    }
+    const auto& tests = found->second;
+    const auto first = std::max_element(tests.begin(), tests.end(), [&signal](const auto& left, const auto& right) {
+        return resemblance(left, signal.answeredBy) < resemblance(right, signal.answeredBy);
+    });
+    return tests.size() == 1 ? fmt::format("`{}`", *first) : fmt::format("`{}` and {} more", *first, tests.size() - 1);
+}
+
+/// Whether each signal has a test; tells of the ones that have none.
+bool isAllCovered(const Coverage& coverage)
+{
+    bool isAll = true;
+    for (const Vorni::SignalInfo& signal : Vorni::signals()) {
+        if (!coverage.contains(signal.number)) {
+            fmt::print(stderr, "signaldoc: no test covers {}\n", signal.name);
+            isAll = false;
+        }
+    }
+    return isAll;
+}
 
 const char* kindName(Vorni::FieldKind kind)
 {
@@ -32,17 +93,17 @@ const char* kindName(Vorni::FieldKind kind)
     return "bytes";
 }
 
-void printSignalTable(Vorni::Protocol protocol)
+void printSignalTable(Vorni::Protocol protocol, const Coverage& coverage)
 {
-    fmt::print("| Signal | Number | Bytes | Direction | By |\n|---|---|---|---|---|\n");
+    fmt::print("| Signal | Number | Bytes | Direction | By | Test |\n|---|---|---|---|---|---|\n");
     for (const Vorni::SignalInfo& signal : Vorni::signals()) {
         if (signal.protocol != protocol) {
             continue;
         }
-        fmt::print("| `{}` | 0x{:X} | {}{} | {} | `{}` |\n", signal.name, signal.number, signal.size,
+        fmt::print("| `{}` | 0x{:X} | {}{} | {} | `{}` | {} |\n", signal.name, signal.number, signal.size,
                    signal.openEnded ? " or more" : "",
                    signal.direction == Vorni::Direction::toServer ? "to the server" : "to the client",
-                   signal.answeredBy);
+                   signal.answeredBy, testOf(signal, coverage));
     }
 }
 
@@ -56,9 +117,9 @@ void printFields(const Vorni::SignalInfo& signal)
     }
 }
 
-void printSignals(Vorni::Protocol protocol)
+void printSignals(Vorni::Protocol protocol, const Coverage& coverage)
 {
-    printSignalTable(protocol);
+    printSignalTable(protocol, coverage);
     for (const Vorni::SignalInfo& signal : Vorni::signals()) {
         if (signal.protocol == protocol && !signal.fields.empty()) {
             printFields(signal);
@@ -88,8 +149,17 @@ void printMessages(const char* server, std::span<const MessageNumber> messages)
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
+    if (argc != 2 || !std::filesystem::is_directory(argv[1])) {
+        fmt::print(stderr, "Usage: signaldoc DIRECTORY    with what the tests have left there\n");
+        return EXIT_FAILURE;
+    }
+    const Coverage coverage = readCoverage(argv[1]);
+    if (!isAllCovered(coverage)) {
+        return EXIT_FAILURE;
+    }
+
     // The generated pool knows a file once the program has used a message of it.
     tolme::dunl::DunlServerMetadata::descriptor();
     tolme::fesk::ServerMetadata::descriptor();
@@ -97,13 +167,14 @@ int main()
     yarrowi::ServerMetadata::descriptor();
 
     fmt::print(
-        "# Signals\n\nGenerated from the tables in `interfaces/` by `scripts/signals`. Don't edit.\n\n"
+        "# Signals\n\nGenerated by `scripts/signals` from the tables in `interfaces/` and from what the tests covered "
+        "when they ran. Don't edit. A signal's test is one that sends it to the server, or expects it and gets it.\n\n"
         "## VORNI\n\nA signal begins with its number (4 bytes, host order), `clientRef` and `serverRef` (4 bytes "
         "each, big-endian); its fields follow, big-endian. Bytes between the fields are reserved and zero.\n\n");
-    printSignals(Vorni::Protocol::vorni);
+    printSignals(Vorni::Protocol::vorni, coverage);
     fmt::print("\n## RHUNE\n\nAs VORNI, but `procedureRef` and `connectionRef` behind the number. All signals to the "
                "server go to its private mailbox.\n\n");
-    printSignals(Vorni::Protocol::rhune);
+    printSignals(Vorni::Protocol::rhune, coverage);
     fmt::print("\n## Board servers\n\nA message begins with its number (4 bytes, host order), `procedureRef` and "
                "`connectionRef` (4 bytes each, big-endian); its protobuf encoding follows.\n");
     printMessages("DUNL server", tolme::dunl::messages);

@@ -257,7 +257,7 @@ TEST_F(VornServerGantiTest, when_a_module_is_selected_then_it_is_kept_until_a_ne
 
     NewSignal<OmlaVornSelectLmcReqS> request(client.clientRef, client.serverRef, 3);
     std::memcpy(reinterpret_cast<char*>(&*request) + sizeof(OmlaVornSelectLmcReqS), "CXP", 3);
-    request.send(commonData.getPrivateMbox(), client.mbox());
+    client.sendSignal(commonData.getPrivateMbox(), request);
     thread.settle();
     gant::GetSwProductInvCfm inventory;
     inventory.add_product_inventory()->set_product_number("CXP");
