@@ -170,6 +170,7 @@ TEST_F(VornServerRestartTest, when_a_restart_is_announced_then_the_board_is_aske
     const auto cfm = first.expect<OmlaVornNotifyRestartCfmS>();
     EXPECT_EQ(cfm.header.clientRef, first.clientRef);
     EXPECT_EQ(cfm.header.serverRef, first.serverRef);
+    unit.settle();
     EXPECT_TRUE(RecordedTraces::has("OMLA_VORN_NOTIFY_RESTART_REQ, 10, " + std::string(128, 'x')));
     announce(second, 10);
     expectGranted(second);
