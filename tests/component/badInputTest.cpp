@@ -1,12 +1,12 @@
-/// What no peer should send: every number at every length with random bytes, true headers with broken bodies, to every
-/// mailbox, from every kind of peer. Nothing of it ends the server, and a fresh client connects afterwards. The exit
-/// message isn't among it: that one is meant to end the server thread.
+/// What no peer should send: every number at every size with random bytes, true headers with broken bodies, to every
+/// mailbox, from every kind of peer; lines of the command line; a flood. Nothing of it ends the server, and a fresh
+/// client connects afterwards. The exit message isn't among it: that one is meant to end the server thread.
 
+#include "badInput.h"
 #include "dunl/numbers.h"
 #include "fesk/numbers.h"
 #include "ganti/ganti.pb.h"
 #include "ganti/numbers.h"
-#include "ostinel/kivTicket.h"
 #include "rhune/rhuneSignals.h"
 #include "unit.h"
 #include "vorni/connection.h"
@@ -21,8 +21,6 @@ using namespace TestUnit;
 
 namespace {
 
-constexpr std::size_t extra = 8;          // bytes beyond a record
-constexpr std::size_t longestBehind = 48; // of a signal that has no fixed end
 constexpr std::size_t longestBody = 40;
 
 class BadInputTest : public UnitTest
@@ -30,25 +28,12 @@ class BadInputTest : public UnitTest
 protected:
     BadInputTest()
     {
-        for (const Vorni::SignalInfo& signal : Vorni::signals()) {
-            add(signal.number, signal.size + (signal.openEnded ? longestBehind : 0));
-        }
-        const auto addAll = [this](const auto& messages) {
-            for (const MessageNumber& message : messages) {
-                add(message.number, sizeof(BoardMessageHeader) + longestBody);
-            }
-        };
-        addAll(dunl::messages);
-        addAll(fesk::messages);
-        addAll(yarrowi::messages);
-        for (const std::uint32_t number :
-             {0U, 1U, 0x1658777U, 0x7FFFFFFFU, 0xFFFFFFFFU, RhuneVornServerKivMonitorIndS::number,
-              Ostinel::locatorMessage, Ostinel::monitorMessage}) {
-            add(number, 24);
-        }
+        supportEverything(unit);
         unit.bringUp();
         client = &unit.connect();
         openLoad();
+        openSubscriptions(unit, *client);
+        settle();
     }
 
     /// The client holds a ticket and is in the middle of a load, so that what belongs to these is looked at.
@@ -62,21 +47,13 @@ protected:
         client->expect<OmlaVornLoadLmcInitCfmS>();
     }
 
-    void add(std::uint32_t number, std::size_t size) { m_known.push_back({number, size}); }
-
-    std::vector<std::byte> randomMessage(std::uint32_t number, std::size_t size)
-    {
-        std::vector<std::byte> bytes(size);
-        std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<std::byte>(m_random() & 0xFF); });
-        std::memcpy(bytes.data(), &number, sizeof(number));
-        return bytes;
-    }
+    std::uint32_t random(std::size_t limit) { return static_cast<std::uint32_t>(m_random() % limit); }
     /// Keys of the first fields with broken lengths and values.
     void makeNearlyRight(std::span<std::byte> body)
     {
         constexpr std::array<std::uint32_t, 3> wireTypes{0, 0, 2};
         for (std::size_t at = 0; at < body.size(); at += 2) {
-            body[at] = static_cast<std::byte>((1 + m_random() % 5) << 3 | wireTypes[m_random() % 3]);
+            body[at] = static_cast<std::byte>((1 + random(5)) << 3 | wireTypes[random(3)]);
             if (at + 1 < body.size()) {
                 body[at + 1] &= std::byte{0x1F};
             }
@@ -90,39 +67,41 @@ protected:
             settle();
         }
     }
-    /// With the references of the client, where they fit, so that what it has open is found.
-    std::vector<std::byte> withReferences(std::vector<std::byte> bytes) const
+    struct References {
+        std::uint32_t first;
+        std::uint32_t second;
+    };
+    /// With those of a peer, where they fit, so that what it has open is found.
+    static std::vector<std::byte> withReferences(std::vector<std::byte> bytes, References references)
     {
         if (bytes.size() >= sizeof(VornSignalHeader)) {
-            reinterpret_cast<VornSignalHeader*>(bytes.data())->setReferences(client->clientRef, client->serverRef);
+            reinterpret_cast<VornSignalHeader*>(bytes.data())->setReferences(references.first, references.second);
         }
         return bytes;
     }
-    /// Random bytes under every known number at every length; a number that ends the session comes last.
-    void sendEverything(const Peer& from, std::uint32_t to)
+    References clientReferences() const { return {client->clientRef, client->serverRef}; }
+    /// Random bytes under every known number at every size.
+    void sendEverything(const Peer& from, std::uint32_t to, References references)
     {
-        std::stable_partition(m_known.begin(), m_known.end(),
-                              [](const Known& known) { return known.number != OmlaVornConnEstablishRejS::number; });
-        for (const auto& [number, longest] : m_known) {
-            const std::size_t step = 1 + longest / 256;
-            for (std::size_t size = sizeof(number); size <= longest + extra; size += step) {
-                send(from, to, randomMessage(number, size));
-                send(from, to, withReferences(randomMessage(number, size)));
+        for (const BadNumber& bad : m_known) {
+            for (const std::size_t size : bad.sizes) {
+                send(from, to, randomMessage(m_random, bad.number, size));
+                send(from, to, withReferences(randomMessage(m_random, bad.number, size), references));
             }
         }
         settle();
     }
+    void sendEverything(const Peer& from, std::uint32_t to) { sendEverything(from, to, clientReferences()); }
     /// Headers that lead to a handler, a transaction and a session, with bodies that are random or nearly right.
     void sendBrokenBodies(const BoardServer& from, std::span<const MessageNumber> messages,
                           const std::vector<std::uint32_t>& connectionRefs)
     {
         for (const MessageNumber& message : messages) {
             for (int i = 0; i < 300; ++i) {
-                auto bytes = randomMessage(message.number, sizeof(BoardMessageHeader) + m_random() % longestBody);
+                auto bytes = randomMessage(m_random, message.number, sizeof(BoardMessageHeader) + random(longestBody));
                 auto* header = reinterpret_cast<BoardMessageHeader*>(bytes.data());
-                header->connectionRef = connectionRefs[m_random() % connectionRefs.size()];
-                header->procedureRef =
-                    i % 3 == 0 ? header->connectionRef.value() : static_cast<std::uint32_t>(m_random() % 64);
+                header->connectionRef = connectionRefs[random(connectionRefs.size())];
+                header->procedureRef = i % 3 == 0 ? header->connectionRef.value() : random(64);
                 if (i % 2 == 0) {
                     makeNearlyRight(std::span(bytes).subspan(sizeof(*header)));
                 }
@@ -135,8 +114,8 @@ protected:
     void sendGantiFrames(std::uint32_t msgNo, unsigned count)
     {
         for (unsigned i = 0; i < count; ++i) {
-            std::vector<std::byte> body(m_random() % longestBody);
-            std::generate(body.begin(), body.end(), [this] { return static_cast<std::byte>(m_random() & 0xFF); });
+            std::vector<std::byte> body(random(longestBody));
+            std::generate(body.begin(), body.end(), [this] { return static_cast<std::byte>(random(256)); });
             if (i % 2 == 0) {
                 makeNearlyRight(body);
             }
@@ -152,7 +131,7 @@ protected:
         constexpr std::uint32_t someProcRefs = 16;
         std::array<VornU32, 2> header;
         header[0] = msgNo;
-        header[1] = static_cast<std::uint32_t>(m_random() % someProcRefs);
+        header[1] = random(someProcRefs);
         return {reinterpret_cast<const char*>(header.data()), sizeof(header)};
     }
     /// Waits for the server and throws away what it has sent to everyone meanwhile.
@@ -165,23 +144,6 @@ protected:
         unit.ganti.discardAll();
     }
 
-    /// The board's servers answer what a new client needs; every confirm is number + 1 and takes a field 1 of value 1.
-    void answerBoard(BoardServer& server)
-    {
-        while (const auto request = unit.post.next(server.mbox(), std::chrono::milliseconds(0))) {
-            const std::array needed{dunl::MsgNo::RegisterUtcTimeSourceReq, dunl::MsgNo::ConnectivityConnectedReq,
-                                    fesk::MsgNo::RegisterMmiUserReq, yarrowi::MsgNo::ConnectionEstablishReq};
-            if (std::find(needed.begin(), needed.end(), request->number()) == needed.end()) {
-                continue;
-            }
-            const auto* header = viewSignal<BoardMessageHeader>(request->get());
-            struct {
-                BoardMessageHeader header;
-                std::array<std::uint8_t, 2> body;
-            } const cfm{{request->number() + 1, header->procedureRef, server.clientRef}, {0x08, 0x01}};
-            server.sendBytes(unit.privateMbox(), std::as_bytes(std::span(&cfm, 1)));
-        }
-    }
     /// The DUNL and the FESK server come anew, for what they sent may have changed their references; then a new client
     /// gets its confirmation.
     void expectServing()
@@ -198,7 +160,7 @@ protected:
         std::optional<Received> cfm;
         while (!cfm && std::chrono::steady_clock::now() < end) {
             for (auto* server : {&unit.dunl, &unit.fesk, &unit.yarrowi}) {
-                answerBoard(*server);
+                answerBoard(unit, *server);
             }
             cfm = unit.post.next(fresh.mbox(), std::chrono::milliseconds(10));
         }
@@ -210,13 +172,7 @@ protected:
 
     static constexpr std::uint32_t ticket = 5;
     Client* client = nullptr;
-
-private:
-    struct Known {
-        std::uint32_t number;
-        std::size_t longest;
-    };
-    std::vector<Known> m_known;
+    const std::vector<BadNumber> m_known = everyNumber();
     std::size_t m_sent = 0;
     std::mt19937 m_random{20240611}; // the same bytes in every run
 };
@@ -230,14 +186,11 @@ TEST_F(BadInputTest, when_a_client_sends_anything_then_the_server_serves_on)
 
 TEST_F(BadInputTest, when_a_stranger_sends_anything_then_the_server_serves_on)
 {
-    Client& stranger = unit.addClient();
-    sendEverything(stranger, publicMbox());
-    stranger.die();
-    Client& other = unit.addClient();
-    sendEverything(other, unit.privateMbox());
-    other.die();
-    Client& third = unit.addClient();
-    sendEverything(third, client->fwdMbox);
+    for (const std::uint32_t to : {publicMbox(), unit.privateMbox(), client->fwdMbox}) {
+        Client& stranger = unit.addClient();
+        sendEverything(stranger, to);
+        stranger.die();
+    }
     expectServing();
 }
 
@@ -251,11 +204,34 @@ TEST_F(BadInputTest, when_the_legacy_server_sends_anything_then_the_server_serve
 
 TEST_F(BadInputTest, when_a_board_server_sends_anything_then_the_server_serves_on)
 {
-    sendEverything(unit.dunl, unit.privateMbox());
-    sendEverything(unit.dunl, publicMbox());
-    sendEverything(unit.fesk, unit.privateMbox());
-    sendEverything(unit.yarrowi, unit.privateMbox());
-    sendEverything(unit.yarrowi, publicMbox());
+    for (const auto* server : {&unit.dunl, &unit.fesk, &unit.yarrowi}) {
+        sendEverything(*server, unit.privateMbox());
+    }
+    expectServing();
+}
+
+TEST_F(BadInputTest, when_a_board_server_sends_anything_as_if_it_were_a_client_then_the_server_serves_on)
+{
+    for (const auto* server : {&unit.dunl, &unit.fesk, &unit.yarrowi}) {
+        sendEverything(*server, publicMbox());
+    }
+    expectServing();
+}
+
+TEST_F(BadInputTest, when_a_client_of_the_unit_sends_anything_then_the_server_serves_on)
+{
+    VorniPeer rhune(unit.post, "rhuneClient");
+    rhune.appear();
+    for (const std::uint32_t to : {unit.privateMbox(), publicMbox()}) {
+        NewSignal<RhuneVornConnEstablishReqS> request(9, 77, sizeof(VornU32));
+        request->nbrOfSupportedProtocolRev = 1;
+        *reinterpret_cast<VornU32*>(&*request + 1) = 1;
+        request.send(unit.privateMbox(), rhune.mbox());
+        const std::uint32_t connection = rhune.expect<RhuneVornConnEstablishCfmS>().header.connectionRef;
+        sendEverything(rhune, to, {9, connection});
+        unit.settle();
+        rhune.discardAll();
+    }
     expectServing();
 }
 
@@ -276,16 +252,19 @@ TEST_F(BadInputTest, when_the_software_manager_sends_anything_then_the_server_se
     for (std::size_t size = 1; size <= sizeof(std::uint64_t); ++size) {
         unit.ganti.sendFrame(gantiHeader(gant::PushLoadAck::MESSAGE_NUMBER).substr(0, size));
     }
+    constexpr std::uint32_t endsConnection = gant::ConnEstablishRej::MESSAGE_NUMBER;
     for (const MessageNumber& message : gant::messages) {
-        if (message.number != gant::ConnEstablishRej::MESSAGE_NUMBER) { // which ends the connection
+        if (message.number != endsConnection) {
             sendGantiFrames(message.number, 200);
         }
     }
-    for (const std::uint32_t unknown : {0U, 46U, 0x01000000U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
-        sendGantiFrames(unknown, 20);
+    for (const BadNumber& bad : m_known) { // nearly all of which mean nothing here
+        if (bad.number != endsConnection) {
+            sendGantiFrames(bad.number, 10);
+        }
     }
     settle();
-    unit.ganti.sendFrame(gantiHeader(gant::ConnEstablishRej::MESSAGE_NUMBER) + "\x08\xFF");
+    unit.ganti.sendFrame(gantiHeader(endsConnection) + "\x08\xFF");
     unit.ganti.expectClosed();
     expectServing();
 }
@@ -296,6 +275,29 @@ TEST_F(BadInputTest, when_the_software_manager_sends_an_empty_packet_then_that_i
     unit.ganti.expectClosed();
     unit.settle();
     EXPECT_TRUE(VornTrace::RecordedTraces::has("PLOE connection closed by GANTI Server."));
+    expectServing();
+}
+
+TEST_F(BadInputTest, when_lines_of_any_words_are_commanded_then_each_is_answered_and_the_server_serves_on)
+{
+    runRandomCommands(m_random, 500);
+    int exitCode = -1;
+    unit.command({"deepsleep", "connect"}, exitCode); // which nobody answers
+    expectServing();
+}
+
+TEST_F(BadInputTest, when_all_peers_flood_the_server_then_it_serves_on)
+{
+    Client& stranger = unit.addClient();
+    const std::array<const Peer*, 6> peers{client, &stranger, &unit.legacy, &unit.dunl, &unit.fesk, &unit.yarrowi};
+    for (int i = 0; i < 3000; ++i) { // which nobody waits for, and whose answers nobody reads
+        for (const Peer* from : peers) {
+            const BadNumber& bad = m_known[random(m_known.size() - 1)]; // but the one that ends the session
+            const auto bytes = randomMessage(m_random, bad.number, bad.sizes[random(bad.sizes.size())]);
+            from->sendBytes(i % 2 == 0 ? publicMbox() : unit.privateMbox(), withReferences(bytes, clientReferences()));
+            ++m_sent;
+        }
+    }
     expectServing();
 }
 
