@@ -42,6 +42,7 @@ public:
     void removeAllOfTicket(std::uint32_t ticket);
 
     bool empty() const { return m_records.empty(); }
+    const std::vector<GantiRequestRecord>& all() const { return m_records; }
     GantiRequestRecord& last() { return m_records.back(); }
 
     /// Sorts the records by `req`, highest first, and walks from the last to the first. Those that `isOver` holds for

@@ -30,6 +30,7 @@ public:
     void onVornSessionLost(const VornSession& session) override { onVornSessionLostGanti(session); }
     void shutdown() override;
     bool isReadyToPublish() const override;
+    const GantiRequestRecords& records() const { return m_records; }
 
 private:
     bool connectToSoftwareManager();

@@ -40,6 +40,9 @@ public:
     bool handleCommand(const std::vector<std::string>& args, std::ostream& out) override;
     /// Counts a fault filter up or down; for what is to come.
     void updateFaultFilterCount(bool up);
+    /// What the server holds, for whoever counts it on the server thread.
+    VornServerCommonData& commonData() const { return *m_commonData; }
+    const std::vector<std::unique_ptr<VornServerComponent>>& components() const { return m_components; }
 
 private:
     /// What is touched by other threads too. Shared with the thread that ends the server thread after the exit message.

@@ -24,6 +24,12 @@ public:
     std::string_view name() const override { return "VornServerRestart"; }
     void onVornSessionLost(const VornSession& session) override;
     void onSupervisionTimeoutResult(const VornSession& session, bool accepted) override;
+    // For whoever counts what is kept.
+    std::size_t orderedRestartCount() const { return m_orderedRestarts.size(); }
+    std::size_t subscriberCount() const { return m_subscribers.size(); }
+    std::size_t pendingHistoryRequestCount() const { return m_pendingHistoryRequests.size(); }
+    std::size_t grantedNotifyRestartCount() const { return m_grantedNotifyRestarts.size(); }
+    std::size_t pendingNotifyRestartCount() const { return m_pendingNotifyRestarts.size(); }
 
 private:
     using Client = TolmeClient::ProcedureTransaction; ///< who asked
