@@ -64,7 +64,7 @@ std::string testOf(const Vorni::SignalInfo& signal, const Coverage& coverage)
     const auto first = std::max_element(tests.begin(), tests.end(), [&signal](const auto& left, const auto& right) {
         return resemblance(left, signal.answeredBy) < resemblance(right, signal.answeredBy);
     });
-    return tests.size() == 1 ? fmt::format("`{}`", *first) : fmt::format("`{}` and {} more", *first, tests.size() - 1);
+    return fmt::format("`{}`", *first);
 }
 
 /// Whether each signal has a test; tells of the ones that have none.
