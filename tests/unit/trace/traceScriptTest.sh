@@ -148,6 +148,7 @@ emitterFirst)
     echo go >&5
     wait "$emitterPid"
     check "the emitter ran" test $? -eq 0
+    awaitLine "$work/raw.out" ":TRACE_UTS7: " # the reader may have only just begun
     interrupt "$tracePid"
     checkFields
     ;;
@@ -163,6 +164,7 @@ emitterLast)
 selection)
     startTracing some INFO 'TRACE_UTS*'
     emit INFO TRACE_UTS{1..7}
+    awaitLine "$work/some.out" ' TRACE_UTS7 '
     interrupt "$tracePid"
     check "only the events asked for" test "$(eventsOf "$work/some.out")" = \
         "INFO TRACE_UTS1 TRACE_UTS2 TRACE_UTS3 TRACE_UTS4 TRACE_UTS5 TRACE_UTS6 TRACE_UTS7 "
