@@ -301,15 +301,15 @@ void Process::removeQueue(const std::shared_ptr<Queue>& queue)
             }
         }
     }
+    for (const auto& [id, mailbox] : mailboxes) {
+        m_registry.removeName(mailbox.name, id); // free before a receiver that waits is woken
+    }
     for (const auto& [ref, watch] : queue->close()) {
         if (watch.name.empty()) {
             cancelMonitor(ref, watch.mailbox);
         } else {
             m_hunts.cancel(ref);
         }
-    }
-    for (const auto& [id, mailbox] : mailboxes) {
-        m_registry.removeName(mailbox.name, id);
     }
     slot.socket->announceEnd();
     for (const auto& [id, mailbox] : mailboxes) {
