@@ -34,7 +34,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int diedOfSignal = 128;
 constexpr std::uint32_t foundMsg = 0x1001; // to the test's own first mailbox
 constexpr std::uint32_t goneMsg = 0x1002;
 

@@ -51,6 +51,7 @@ public:
     pid_t pid() const { return m_pid; }
     bool isRunning() const;
     void signal(int number) const;
+    static constexpr int diedOfSignal = 128; ///< in an exit code: the number of the signal is added
     /// Waits for its end: the exit code, or 128 and the signal that ended it.
     int wait();
     bool isWaitedFor() const { return m_pidFd == -1; }
