@@ -165,6 +165,9 @@ void Client::send(ProcedureId id)
 template <typename Record, typename Fill>
 Client::Answer Client::call(ProcedureId id, Fill&& fill, std::size_t sizeBehind)
 {
+    if (m_isServerGone) {
+        return Answer::none; // its mailbox is another one when it comes back
+    }
     note(id);
     m_way.send<Record>(std::forward<Fill>(fill), sizeBehind);
     return await(id);
@@ -349,7 +352,9 @@ void Client::visitSoftwareStore()
     default:
         break;
     }
-    call<OmlaVornReleaseResourceReqS>(releaseResource, ofStore);
+    if (!m_isServerGone || awaitPublished()) { // else the ticket goes with the session
+        call<OmlaVornReleaseResourceReqS>(releaseResource, ofStore);
+    }
 }
 
 void Client::load(const std::string& module)
