@@ -9,10 +9,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <limits>
 #include <optional>
-#include <span>
 
 using namespace tolme;
 using RankAndLabelFwdS = OmlaVornRestartBoardWithRankAndLabelFwdS;
@@ -54,13 +52,6 @@ Rank findRank(std::uint16_t number)
     const auto found =
         std::find_if(ranks.begin(), ranks.end(), [&](const Rank& rank) { return rank.number == number; });
     return found != ranks.end() ? *found : Rank{number, "", 0};
-}
-
-/// The text in bytes that may lack its zero.
-std::string textIn(std::span<const std::byte> bytes)
-{
-    const char* text = reinterpret_cast<const char*>(bytes.data());
-    return {text, ::strnlen(text, bytes.size())};
 }
 
 constexpr const char* wakeupHelpForm = "wakeup { -h | --help }";
@@ -220,8 +211,8 @@ void VornServerRestart::handleRestartBoardRankLabelFwd(const MessagePtr& msg)
     }
     const auto texts = bytesBehind<RankAndLabelFwdS>(*msg);
     const std::size_t textSize = std::min(texts.size(), RankAndLabelFwdS::traceInformationSize);
-    const Order order{.traceInformation = textIn(texts.first(textSize)),
-                      .label = textIn(texts.subspan(textSize)),
+    const Order order{.traceInformation = std::string(textUntilZero(texts.first(textSize))),
+                      .label = std::string(textUntilZero(texts.subspan(textSize))),
                       .restartCode = signal->restartCode,
                       .rank = signal->restartRank};
     TRACE_INFO("VornServerRestart::handleRestartBoardRankLabelFwd() "

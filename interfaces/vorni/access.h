@@ -82,13 +82,18 @@ std::span<const std::byte> bytesBehind(const kiv_msg& msg)
     return std::span(reinterpret_cast<const std::byte*>(&msg), kiv_size(&msg)).subspan(sizeof(Record));
 }
 
+/// The text in bytes that may lack its zero.
+inline std::string_view textUntilZero(std::span<const std::byte> bytes)
+{
+    const char* text = reinterpret_cast<const char*>(bytes.data());
+    return {text, ::strnlen(text, bytes.size())};
+}
+
 /// The text behind the record of a received message, ended by its zero or by the message's end.
 template <typename Record>
 std::string_view textBehind(const kiv_msg& msg)
 {
-    const auto bytes = bytesBehind<Record>(msg);
-    const char* text = reinterpret_cast<const char*>(bytes.data());
-    return {text, ::strnlen(text, bytes.size())};
+    return textUntilZero(bytesBehind<Record>(msg));
 }
 
 /// The text in a fixed field, ended by its zero or by the field's end.

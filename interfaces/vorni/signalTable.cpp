@@ -1,6 +1,7 @@
 #include "vorni/signalTable.h"
 
 #include "rhune/rhuneSignals.h"
+#include "vorni/access.h"
 #include "vorni/capabilities.h"
 #include "vorni/connection.h"
 #include "vorni/deepSleep.h"
@@ -443,12 +444,6 @@ std::string hexDigits(std::span<const std::byte> bytes)
         fmt::format_to(std::back_inserter(digits), "{:02x}", std::to_integer<unsigned>(byte));
     }
     return digits;
-}
-
-std::string textUntilZero(std::span<const std::byte> bytes)
-{
-    const char* text = reinterpret_cast<const char*>(bytes.data());
-    return {text, ::strnlen(text, bytes.size())};
 }
 
 bool isToTheEnd(const FieldInfo& info)
