@@ -21,6 +21,9 @@ constexpr std::uint32_t relayedSignal = 0x1658777;
 /// Messages from the calling thread's mailbox to `receiver`.
 std::unique_ptr<Channel> openKivChannel(std::uint32_t receiver);
 void runKivEcho(const std::string& name, const Ready& ready);
+/// A client of `receiver`, an echo or the server. Makes as many round trips as a line of its standard input says, then
+/// says again that it is ready.
+void runKivClient(const std::string& receiver, const Ready& ready);
 
 std::unique_ptr<Channel> openSocketChannel(const std::string& path);
 void runSocketEcho(const std::string& path, const Ready& ready);

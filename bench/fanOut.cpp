@@ -46,7 +46,6 @@ void compare(FanOut& kiv, FanOut& sockets, const Effort& effort, FanOutCompariso
 
 } // namespace
 
-/// The calling thread has its mailbox from the measurements before.
 void measureFanOuts(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results)
 {
     for (const Clients kind : {Clients::mailboxes, Clients::processes}) {

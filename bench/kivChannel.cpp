@@ -1,6 +1,9 @@
 #include "channels.h"
 #include "kiv/kiv.h"
 #include "mailbox.h"
+#include "unit.h"
+
+#include <iostream>
 
 namespace Bench {
 namespace {
@@ -42,6 +45,21 @@ void runKivEcho(const std::string& name, const Ready& ready)
     for (;;) {
         kiv_msg* msg = kiv_receive(nullptr, KIV_WAIT_FOREVER, KIV_ANY_SENDER);
         kiv_send(&msg, kiv_sender(msg), KIV_CURRENT_MBOX);
+    }
+}
+
+void runKivClient(const std::string& receiver, const Ready& ready)
+{
+    const kiv_mbox_id_t own = createMailbox("kivClient");
+    const kiv_mbox_id_t partner = kiv_locate(receiver.c_str());
+    if (receiver == "VornServer") {
+        connectClient(own, partner);
+    }
+    KivChannel channel(partner);
+    ready();
+    for (unsigned count = 0; std::cin >> count;) {
+        measureRoundTrips(channel, count);
+        ready();
     }
 }
 

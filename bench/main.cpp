@@ -1,10 +1,13 @@
 /// Measures kiv and vornserver beside bare sockets and ZeroMQ, the way of a fault to many subscribers, the load of
-/// software, and what many clients cost.
+/// software, what many clients cost, how long the server takes to start, and the system calls of a message.
 
+#include "mailbox.h"
 #include "results.h"
 #include "roles.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -25,7 +28,10 @@ const Effort thorough{
     .loadBlocks = 4'000,
     .loadBytes = 32 * mebibyte,
     .longLoadBytes = 1024 * mebibyte,
+    .starts = 100,
+    .countedRoundTrips = 2'000,
     .mailboxClients = {1, 10, 100, 1000},
+    .groupClients = {1, 10'000},
     .processClients = {1, 200, 1000},
     .mailboxSubscribers = {1, 100, 1000},
     .processSubscribers = {100, 1000},
@@ -39,11 +45,32 @@ const Effort smoke{
     .loadBlocks = 200,
     .loadBytes = 4 * mebibyte,
     .longLoadBytes = 64 * mebibyte,
+    .starts = 5,
+    .countedRoundTrips = 200,
     .mailboxClients = {1, 10, 100, 1000},
+    .groupClients = {1, 2 * groupSize},
     .processClients = {1, 20},
     .mailboxSubscribers = {1, 100, 1000},
     .processSubscribers = {20},
 };
+
+/// What can be measured by itself, in the order in which it is measured.
+struct Part {
+    const char* name;
+    void (*measure)(const std::string& folder, const std::string& serverProgram, const Effort& effort,
+                    Results& results);
+};
+constexpr std::array parts{
+    Part{"transports", measureTransports}, Part{"faults", measureFanOuts}, Part{"loads", measureLoads},
+    Part{"scale", measureScale},           Part{"starts", measureStarts},  Part{"calls", measureSystemCalls},
+};
+
+std::vector<std::string> namesOfParts()
+{
+    std::vector<std::string> names;
+    std::transform(parts.begin(), parts.end(), std::back_inserter(names), [](const Part& part) { return part.name; });
+    return names;
+}
 
 /// A private folder for the sockets of a run.
 class Folder
@@ -79,7 +106,7 @@ void writeFile(const std::string& path, const std::string& text)
     }
 }
 
-Results measureAll(bool quick, const std::string& serverProgram)
+Results measureParts(const std::vector<std::string>& names, bool quick, const std::string& serverProgram)
 {
     const Effort& effort = quick ? smoke : thorough;
     Results results;
@@ -88,10 +115,12 @@ Results measureAll(bool quick, const std::string& serverProgram)
     ::getloadavg(&results.loadBefore, 1);
     const Folder folder;
     useRunDir(folder.path());
-    measureTransports(folder.path(), serverProgram, effort, results);
-    measureFanOuts(folder.path(), serverProgram, effort, results);
-    measureLoads(folder.path(), serverProgram, effort, results);
-    measureScale(folder.path(), serverProgram, effort, results);
+    createMailbox("bench");
+    for (const Part& part : parts) {
+        if (std::find(names.begin(), names.end(), part.name) != names.end()) {
+            part.measure(folder.path(), serverProgram, effort, results);
+        }
+    }
     return results;
 }
 
@@ -101,13 +130,15 @@ int main(int argc, char** argv)
 {
     CLI::App app("Measures kiv and vornserver beside bare sockets and ZeroMQ.", "vornbench");
     bool quick = false;
+    std::vector<std::string> only = namesOfParts();
     std::string json;
     std::string markdown;
     std::string server = programFolder() + "/vornserver";
     std::vector<std::string> role;
     app.add_flag("--quick", quick, "A few seconds: whether it works, not how fast it is");
+    app.add_option("--only", only, "Measures these parts alone")->delimiter(',')->check(CLI::IsMember(namesOfParts()));
     app.add_option("--json", json, "Writes all figures to this file");
-    app.add_option("--markdown", markdown, "Writes the tables to this file too");
+    app.add_option("--markdown", markdown, "Writes the tables to figures.md and calls.md in this folder too");
     app.add_option("--server", server, "The server to measure")->check(CLI::ExistingFile);
     app.add_option("--role", role, "Plays a partner of a measurement")->group("");
     CLI11_PARSE(app, argc, argv);
@@ -116,13 +147,14 @@ int main(int argc, char** argv)
             playRole(role);
             return 0;
         }
-        const Results results = measureAll(quick, server);
-        std::cout << printTables(results);
+        const Results results = measureParts(only, quick, server);
+        std::cout << printTables(results) << printSystemCalls(results);
         if (!json.empty()) {
             writeFile(json, printJson(results) + '\n');
         }
         if (!markdown.empty()) {
-            writeFile(markdown, printTables(results));
+            writeFile(markdown + "/figures.md", printTables(results));
+            writeFile(markdown + "/calls.md", printSystemCalls(results));
         }
         return 0;
     } catch (const std::exception& error) {

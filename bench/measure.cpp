@@ -18,10 +18,10 @@ double quantile(std::vector<double>& values, double share)
 
 } // namespace
 
-Spread spreadOf(std::vector<double> microseconds)
+Spread spreadOf(std::vector<double> times)
 {
-    const double p99 = quantile(microseconds, 0.99);
-    return {quantile(microseconds, 0.5), p99};
+    const double p99 = quantile(times, 0.99);
+    return {quantile(times, 0.5), p99};
 }
 
 Spread measureRoundTrips(Channel& channel, unsigned count)

@@ -29,14 +29,14 @@ public:
     virtual void receive() = 0;
 };
 
-/// Of many times.
+/// Of many times, in their unit.
 struct Spread {
-    double median; ///< microseconds
-    double p99;    ///< microseconds
+    double median;
+    double p99;
 };
-Spread spreadOf(std::vector<double> microseconds);
+Spread spreadOf(std::vector<double> times);
 
-/// One message in flight.
+/// One message in flight. In microseconds.
 Spread measureRoundTrips(Channel& channel, unsigned count);
 /// Messages a second that go and come back while `inFlight` are on their way.
 double measureThroughput(Channel& channel, unsigned count);

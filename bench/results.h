@@ -4,6 +4,7 @@
 #include "load.h"
 #include "swarm.h"
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -71,6 +72,19 @@ struct LongLoad {
     double memoryAfter = 0;
 };
 
+/// Starts of the server with their processes on the same processors.
+struct StartFigures {
+    Processors processors;
+    std::vector<double> times; ///< of each start, until clients find the server, milliseconds
+};
+
+/// The system calls of one process on the way of a message and its answer.
+struct CallFigures {
+    std::string way;
+    std::string process;
+    std::map<std::string, double> calls; ///< for one round trip, by name
+};
+
 struct Results {
     bool quick = false;
     unsigned rounds = 0;
@@ -80,34 +94,45 @@ struct Results {
     std::vector<ScaleFigures> scale;       ///< by kind, then by number
     std::vector<LoadComparison> loads;     ///< by processors, then by size, then by window
     LongLoad longLoad;
+    std::vector<StartFigures> starts;
+    std::vector<CallFigures> calls; ///< by way, in the order in which a message passes the processes
+    std::string callsRefusal;       ///< why they couldn't be counted
 };
 
 /// How much is measured.
 struct Effort {
     unsigned rounds;
-    unsigned roundTrips;       ///< a round
-    unsigned messages;         ///< a round, for the throughput
-    unsigned requests;         ///< a round and number of clients
-    unsigned signals;          ///< a round, of the fan-out of faults; that of one fault may be more
-    unsigned loadBlocks;       ///< a round, at most
-    std::size_t loadBytes;     ///< a round, at most
-    std::size_t longLoadBytes; ///< of the one load that the server's memory is watched during
+    unsigned roundTrips;        ///< a round
+    unsigned messages;          ///< a round, for the throughput
+    unsigned requests;          ///< a round and number of clients
+    unsigned signals;           ///< a round, of the fan-out of faults; that of one fault may be more
+    unsigned loadBlocks;        ///< a round, at most
+    std::size_t loadBytes;      ///< a round, at most
+    std::size_t longLoadBytes;  ///< of the one load that the server's memory is watched during
+    unsigned starts;            ///< with each choice of processors
+    unsigned countedRoundTrips; ///< while system calls are counted
     std::vector<unsigned> mailboxClients;
+    std::vector<unsigned> groupClients;
     std::vector<unsigned> processClients;
     std::vector<unsigned> mailboxSubscribers;
     std::vector<unsigned> processSubscribers;
 };
 
-/// The server is found in the calling process's run-time directory.
+/// The server is found in the calling process's run-time directory; the calling thread has a mailbox.
 void measureTransports(const std::string& folder, const std::string& serverProgram, const Effort& effort,
                        Results& results);
 void measureFanOuts(const std::string& folder, const std::string& serverProgram, const Effort& effort,
                     Results& results);
 void measureScale(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
 void measureLoads(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
+void measureStarts(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
+void measureSystemCalls(const std::string& folder, const std::string& serverProgram, const Effort& effort,
+                        Results& results);
 
-/// Markdown tables, readable as they are.
+/// Markdown tables, readable as they are, of what was measured.
 std::string printTables(const Results& results);
+/// A table of its own.
+std::string printSystemCalls(const Results& results);
 std::string printJson(const Results& results);
 
 } // namespace Bench

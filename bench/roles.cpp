@@ -22,8 +22,8 @@ struct Role {
 void playSwarm(const Words& words)
 {
     useRunDir(words[1]);
-    const Clients kind = words[3] == "mailboxes" ? Clients::mailboxes : Clients::processes;
-    runSwarm(words[2], kind, static_cast<unsigned>(std::stoul(words[4])), sayReady);
+    runSwarm(words[2], static_cast<Clients>(std::stoul(words[3])), static_cast<unsigned>(std::stoul(words[4])),
+             sayReady);
 }
 
 void playSocketFaultHub(const Words& words)
@@ -35,7 +35,8 @@ const std::map<std::string, Role>& roles()
 {
     static const std::map<std::string, Role> table{
         {"board", {0, [](const Words&) { runBoard(sayReady); }}},
-        {"client", {1, [](const Words& words) { runClient(words[1]); }}},
+        {"clients", {1, [](const Words& words) { runClients(words[1]); }}},
+        {"kivClient", {1, [](const Words& words) { runKivClient(words[1], sayReady); }}},
         {"kivEcho", {1, [](const Words& words) { runKivEcho(words[1], sayReady); }}},
         {"kivSubscriber", {1, [](const Words& words) { runKivSubscriber(words[1], sayReady); }}},
         {"socketEcho", {1, [](const Words& words) { runSocketEcho(words[1], sayReady); }}},

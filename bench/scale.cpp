@@ -42,8 +42,11 @@ void measureScale(const std::string& folder, const std::string& serverProgram, c
 {
     std::cerr << "scale, mailboxes ...\n";
     results.scale = measureKind(folder + "/m", serverProgram, Clients::mailboxes, effort.mailboxClients, effort);
+    std::cerr << "scale, groups ...\n";
+    const auto groups = measureKind(folder + "/g", serverProgram, Clients::groups, effort.groupClients, effort);
     std::cerr << "scale, processes ...\n";
     const auto processes = measureKind(folder + "/p", serverProgram, Clients::processes, effort.processClients, effort);
+    results.scale.insert(results.scale.end(), groups.begin(), groups.end());
     results.scale.insert(results.scale.end(), processes.begin(), processes.end());
 }
 

@@ -22,6 +22,7 @@ struct Order {
     static constexpr std::uint32_t number = 2;
     std::uint32_t msgNo;
     Ask what;
+    std::uint32_t client; ///< of the process's own; the next one connects first
     std::int64_t nanoseconds;
 };
 
@@ -65,23 +66,31 @@ private:
     std::vector<kiv_mbox_id_t> m_mailboxes;
 };
 
+/// Deals the clients out to its processes in turn, so that clients one after another are of different processes.
 class ClientProcesses final : public ClientGroup
 {
 public:
+    explicit ClientProcesses(unsigned processes) : m_processCount(processes) {}
+
     void grow(unsigned count) override
     {
-        while (m_processes.size() < count) {
-            const std::string name = fmt::format("client{}", m_processes.size());
-            m_processes.push_back(startRole({"client", name}));
-            m_mailboxes.push_back(awaitMailbox(name));
+        for (; m_clients < count; ++m_clients) {
+            if (m_processes.size() < m_processCount) {
+                const std::string name = fmt::format("clients{}", m_processes.size());
+                m_processes.push_back(startRole({"clients", name}));
+                m_mailboxes.push_back(awaitMailbox(name));
+            }
+            request(m_clients, Ask::relay);
         }
     }
 
     nanoseconds request(unsigned client, Ask what) override
     {
         kiv_msg* msg = kiv_alloc(sizeof(Order), Order::number);
-        reinterpret_cast<Order*>(msg)->what = what;
-        kiv_send(&msg, m_mailboxes[client], KIV_CURRENT_MBOX);
+        auto* order = reinterpret_cast<Order*>(msg);
+        order->what = what;
+        order->client = client / m_processCount;
+        kiv_send(&msg, m_mailboxes[client % m_processCount], KIV_CURRENT_MBOX);
         const MessagePtr done = receiveMessage();
         if (done->number != Order::number || kiv_size(done.get()) != sizeof(Order)) {
             throw Failed("a client process gives up");
@@ -90,16 +99,18 @@ public:
     }
 
 private:
+    unsigned m_processCount;
+    unsigned m_clients = 0;
     std::vector<Child> m_processes;
     std::vector<kiv_mbox_id_t> m_mailboxes;
 };
 
-std::unique_ptr<ClientGroup> makeGroup(Clients kind, kiv_mbox_id_t own, kiv_mbox_id_t publicMbox)
+std::unique_ptr<ClientGroup> makeGroup(Clients kind, unsigned count, kiv_mbox_id_t own, kiv_mbox_id_t publicMbox)
 {
     if (kind == Clients::mailboxes) {
         return std::make_unique<ClientMailboxes>(own, publicMbox);
     }
-    return std::make_unique<ClientProcesses>();
+    return std::make_unique<ClientProcesses>(kind == Clients::groups ? (count + groupSize - 1) / groupSize : count);
 }
 
 struct Total {
@@ -134,8 +145,8 @@ private:
 } // namespace
 
 Swarm::Swarm(const std::string& runDir, const std::string& serverProgram, Clients kind, unsigned count)
-    : m_child(startRole({"swarm", runDir, serverProgram, kind == Clients::mailboxes ? "mailboxes" : "processes",
-                         std::to_string(count)})),
+    : m_child(startRole(
+          {"swarm", runDir, serverProgram, std::to_string(static_cast<unsigned>(kind)), std::to_string(count)})),
       m_count(count)
 {
 }
@@ -171,7 +182,7 @@ void runSwarm(const std::string& serverProgram, Clients kind, unsigned count, co
     const kiv_mbox_id_t own = createMailbox("swarm");
     ready();
     const Unit unit(serverProgram);
-    const auto group = makeGroup(kind, own, unit.publicMbox());
+    const auto group = makeGroup(kind, count, own, unit.publicMbox());
     Turns turns(unit, *group);
     // The first client pays for what the server sets up once.
     group->grow(1);
@@ -197,23 +208,25 @@ void runSwarm(const std::string& serverProgram, Clients kind, unsigned count, co
     }
 }
 
-void runClient(const std::string& name)
+void runClients(const std::string& name)
 {
     const kiv_mbox_id_t publicMbox = kiv_locate("VornServer");
-    const kiv_mbox_id_t own = createMailbox("connecting_" + name);
-    connectClient(own, publicMbox);
-    // The name by which the swarm finds it: from here on only orders arrive unasked.
-    cloneMailbox(own, name);
-    sayReady();
+    std::vector<kiv_mbox_id_t> clients{createMailbox(name)};
+    connectClient(clients.front(), publicMbox);
+    sayReady(); // from here on only orders arrive unasked
     for (;;) {
         MessagePtr message(kiv_receive(nullptr, KIV_WAIT_FOREVER, KIV_ANY_SENDER));
         auto* order = reinterpret_cast<Order*>(message.get());
+        if (order->client == clients.size()) {
+            clients.push_back(cloneMailbox(clients.front(), fmt::format("{}_{}", name, order->client)));
+            connectClient(clients.back(), publicMbox);
+        }
         const auto begin = Clock::now();
-        ask(order->what, own, publicMbox);
+        ask(order->what, clients.at(order->client), publicMbox);
         order->nanoseconds = nanoseconds(Clock::now() - begin).count();
         const kiv_mbox_id_t swarm = kiv_sender(message.get());
         kiv_msg* msg = message.release();
-        kiv_send(&msg, swarm, own);
+        kiv_send(&msg, swarm, clients.front());
     }
 }
 

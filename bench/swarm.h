@@ -12,8 +12,12 @@
 
 namespace Bench {
 
-/// Clients of one process, which are mailboxes on one queue, or each in a process of its own.
-enum class Clients { mailboxes, processes };
+enum class Clients {
+    mailboxes, ///< of one process, on one queue
+    groups,    ///< mailboxes of several processes, up to `groupSize` on the queue of each
+    processes, ///< each client in a process of its own
+};
+constexpr unsigned groupSize = 1000;
 
 /// The cost of one request.
 struct Cost {
@@ -41,7 +45,7 @@ private:
 
 /// The process of a swarm; obeys its standard input until that ends.
 void runSwarm(const std::string& serverProgram, Clients kind, unsigned count, const Ready& ready);
-/// One of its client processes; doesn't return.
-void runClient(const std::string& name);
+/// One of its client processes, with one client or a group of them; doesn't return.
+void runClients(const std::string& name);
 
 } // namespace Bench

@@ -68,7 +68,6 @@ std::vector<TransportFigures> compareRelayed(const std::string& folder, const st
 void measureTransports(const std::string& folder, const std::string& serverProgram, const Effort& effort,
                        Results& results)
 {
-    createMailbox("bench");
     for (const Processors processors : {Processors::one, Processors::all}) {
         runOn(processors);
         const std::string sockets = folder + (processors == Processors::one ? "/one" : "/all");

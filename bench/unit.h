@@ -21,6 +21,8 @@ public:
     explicit Unit(const std::string& serverProgram);
 
     kiv_mbox_id_t publicMbox() const { return m_publicMbox; }
+    const Child& board() const { return m_board; }
+    const Child& server() const { return m_server; }
     /// Of the server.
     std::chrono::nanoseconds processorTime() const { return m_server.processorTime(); }
     /// Bytes of memory that the server occupies, what it shares with others included.
