@@ -48,7 +48,7 @@ struct ScaleAim {
 };
 constexpr std::array scaleAims{
     ScaleAim{Clients::mailboxes, "clients", "Clients, one process", 1.3, 16},
-    ScaleAim{Clients::groups, "clients in groups", "Clients, 1000 in a process", 1.2, 2},
+    ScaleAim{Clients::groups, "clients in processes of 1000", "Clients, 1000 in a process", 1.2, 2},
     ScaleAim{Clients::processes, "client processes", "Clients, a process each", 1.3, 16},
 };
 

@@ -22,7 +22,8 @@ class CallCounter
 {
 public:
     explicit CallCounter(const Child& process)
-        : m_strace("/bin/sh", {"-c", "exec strace -f -c -U calls,name -p \"$0\" 2>&1", std::to_string(process.pid())},
+        : m_strace("/bin/sh",
+                   {"-c", R"(exec strace -f -c -U calls,name -p "$1" 2>&1)", "sh", std::to_string(process.pid())},
                    Child::Io::pipes)
     {
         const std::string line = m_strace.readLine();
@@ -58,7 +59,7 @@ struct Partner {
     const Child& process;
 };
 
-/// Has the first of the partners make its round trips.
+/// Counts while the client makes round trips.
 void count(const char* way, Child& client, const std::vector<Partner>& partners, const Effort& effort, Results& results)
 {
     const auto makeRoundTrips = [&client](unsigned number) {
@@ -80,25 +81,32 @@ void count(const char* way, Child& client, const std::vector<Partner>& partners,
     }
 }
 
-} // namespace
-
-void measureSystemCalls(const std::string& /*folder*/, const std::string& serverProgram, const Effort& effort,
-                        Results& results)
+void countDirect(const Effort& effort, Results& results)
 {
-    std::cerr << "system calls ...\n";
-    runOn(Processors::one);
-    try {
-        const Child echo = startRole({"kivEcho", "echo"});
-        Child client = startRole({"kivClient", "echo"});
-        count("direct", client, {{"client", client}, {"echo", echo}}, effort, results);
-    } catch (const NotAllowed& reason) {
-        results.callsRefusal = reason.what();
-        return;
-    }
+    const Child echo = startRole({"kivEcho", "echo"});
+    Child client = startRole({"kivClient", "echo"});
+    count("direct", client, {{"client", client}, {"echo", echo}}, effort, results);
+}
+
+void countRelayed(const std::string& serverProgram, const Effort& effort, Results& results)
+{
     const Unit unit(serverProgram);
     Child client = startRole({"kivClient", "VornServer"});
     count("relayed", client, {{"client", client}, {"vornserver", unit.server()}, {"board", unit.board()}}, effort,
           results);
+}
+
+} // namespace
+
+void measureSystemCalls(const std::string& /*folder*/, const std::string& serverProgram, const Effort& effort,
+                        Results& results)
+try {
+    std::cerr << "system calls ...\n";
+    runOn(Processors::one);
+    countDirect(effort, results);
+    countRelayed(serverProgram, effort, results);
+} catch (const NotAllowed& reason) {
+    results.callsRefusal = reason.what();
 }
 
 } // namespace Bench
