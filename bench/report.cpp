@@ -188,12 +188,13 @@ std::string printStarts(const std::vector<StartFigures>& figures)
     if (figures.empty()) {
         return {};
     }
-    std::string text = "| Start of the server | Median (ms) | 99th percentile (ms) | Longest (ms) |\n"
-                       "|---|--:|--:|--:|\n";
+    std::string text = "| Start of the server | Median (ms) | 99th percentile (ms) | Longest (ms) | "
+                       "Server's CPU (ms) |\n"
+                       "|---|--:|--:|--:|--:|\n";
     for (const StartFigures& row : figures) {
         const Spread spread = spreadOf(row.times);
-        text += fmt::format("| {} | {:.1f} | {:.1f} | {:.1f} |\n", nameOf(row.processors), spread.median, spread.p99,
-                            *std::max_element(row.times.begin(), row.times.end()));
+        text += fmt::format("| {} | {:.1f} | {:.1f} | {:.1f} | {:.1f} |\n", nameOf(row.processors), spread.median,
+                            spread.p99, *std::max_element(row.times.begin(), row.times.end()), median(row.processor));
     }
     return text + '\n';
 }
@@ -403,7 +404,9 @@ std::string printJson(const Results& results)
     }
     nlohmann::json starts = nlohmann::json::array();
     for (const StartFigures& row : results.starts) {
-        starts.push_back({{"processors", nameOf(row.processors)}, {"milliseconds", row.times}});
+        starts.push_back({{"processors", nameOf(row.processors)},
+                          {"milliseconds", row.times},
+                          {"processorMilliseconds", row.processor}});
     }
     nlohmann::json calls = nlohmann::json::array();
     for (const CallFigures& row : results.calls) {

@@ -75,7 +75,8 @@ struct LongLoad {
 /// Starts of the server with their processes on the same processors.
 struct StartFigures {
     Processors processors;
-    std::vector<double> times; ///< of each start, until clients find the server, milliseconds
+    std::vector<double> times;     ///< of each start, until clients find the server, milliseconds
+    std::vector<double> processor; ///< that the server has used by then, milliseconds
 };
 
 /// The system calls of one process on the way of a message and its answer.

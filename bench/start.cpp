@@ -13,22 +13,24 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr std::uint32_t died = 2;
 
-/// From just before the server's process is made, in milliseconds. The server is gone afterwards, and its name free.
-double timeStart(const std::string& serverProgram)
+/// Times from just before the server's process is made. The server is gone afterwards, and its name free.
+void timeStart(const std::string& serverProgram, StartFigures& figures)
 {
     const auto begin = Clock::now();
     kiv_mbox_id_t publicMbox = KIV_NO_MBOX;
-    double time = 0;
     {
         const Child server(serverProgram, {}, Child::Io::none);
         publicMbox = awaitMailbox("VornServer");
-        time = Milliseconds(Clock::now() - begin).count();
+        figures.times.push_back(Milliseconds(Clock::now() - begin).count());
+        figures.processor.push_back(Milliseconds(server.processorTime()).count());
     }
     kiv_monitor(publicMbox, kiv_alloc(sizeof(std::uint32_t), died));
     if (receiveMessage()->number != died) {
         throw Failed("a message comes before the server's death");
     }
-    return time;
+    if (kiv_locate("VornServer") != KIV_NO_MBOX) {
+        throw Failed("the server's name outlives it");
+    }
 }
 
 } // namespace
@@ -40,10 +42,11 @@ void measureStarts(const std::string& /*folder*/, const std::string& serverProgr
         std::cerr << "start ...\n";
         runOn(processors);
         const Child board = startRole({"board"});
-        timeStart(serverProgram); // warms up
-        results.starts.push_back({processors, {}});
+        StartFigures warmUp{};
+        timeStart(serverProgram, warmUp);
+        results.starts.push_back({processors, {}, {}});
         for (unsigned i = 0; i < effort.starts; ++i) {
-            results.starts.back().times.push_back(timeStart(serverProgram));
+            timeStart(serverProgram, results.starts.back());
         }
     }
 }
