@@ -1,11 +1,10 @@
 /// The folder "$RU_DIR/cmd" with the sockets of the processes that have commands and the links that name the commands.
 #pragma once
 
-#include "uniqueFd.h"
+#include "socketFolder.h"
 
 #include <optional>
 #include <string>
-#include <sys/un.h>
 #include <vector>
 
 namespace Ostinel {
@@ -41,15 +40,11 @@ public:
 
 private:
     void clear() const;
-    std::vector<std::string> entries() const;
 
     /// The socket that a link leads to; nothing where it is no link of ours.
     std::optional<std::string> socketOf(const std::string& command) const;
-    UniqueFd connectToSocket(const std::string& socket, int flags, int& error) const;
-    bool isAlive(const std::string& socket) const;
-    sockaddr_un address(const std::string& socket) const;
 
-    UniqueFd m_directory;
+    SocketFolder m_folder;
 };
 
 /// Whether a command can have this name: a file name that is neither hidden nor taken for a process.

@@ -1,6 +1,6 @@
 #include "ploe/ploe.h"
 
-#include "ploe/folder.h"
+#include "socketFolder.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -12,13 +12,13 @@
 #include <string_view>
 #include <sys/socket.h>
 
-using ploe::Folder;
-
 namespace {
+
+constexpr const char* folderName = "ploe";
 
 /// What a listener gives back.
 struct Place {
-    Folder folder;
+    SocketFolder folder;
     std::string name;
     ino_t file = 0;
     pid_t owner = 0; ///< a forked child that closes its copy leaves the file alone
@@ -145,8 +145,8 @@ ploe_socket* connectTo(const char* address, int flags)
     if (flags != 0) {
         return failed(EINVAL);
     }
-    Folder folder;
-    if (const int error = folder.open()) {
+    SocketFolder folder;
+    if (const int error = folder.open(folderName)) {
         return failed(error);
     }
     UniqueFd descriptor = newSocket();
@@ -171,14 +171,14 @@ ploe_socket* listenAt(const char* address, int backlog)
     if (backlog < 1) {
         return failed(EINVAL);
     }
-    if (const int error = place.folder.make()) {
+    if (const int error = place.folder.make(folderName)) {
         return failed(error);
     }
     UniqueFd descriptor = newSocket();
     if (!descriptor) {
         return nullptr;
     }
-    if (const int error = place.folder.listen(descriptor.get(), place.name, backlog, place.file)) {
+    if (const int error = place.folder.listen(descriptor.get(), place.name, backlog, &place.file)) {
         return failed(error);
     }
     place.owner = ::getpid();

@@ -1,23 +1,27 @@
 #include "sarna/environment.h"
 
-#include "folderLock.h"
 #include "runDir.h"
 #include "sarna/sarna.h"
 #include "uniqueFd.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <thread>
 #include <unistd.h>
 
 namespace sarna {
 
 namespace {
+
+using namespace std::chrono_literals;
 
 /// Much more than a group may hold: a write needs free pages beside those of the value that it replaces, and what frees
 /// them, a deletion above all, must never fail for lack of them.
@@ -26,6 +30,9 @@ constexpr unsigned maxReaders = 126;
 constexpr off_t lockFileSize = 8192; ///< the table of that many readers
 constexpr mdb_mode_t fileMode = 0600;
 constexpr mode_t folderMode = 0700;
+constexpr const char* folderName = "sarna";
+constexpr auto lockPatience = 5s;
+constexpr auto lockInterval = 1ms;
 
 int codeOf(int error)
 {
@@ -39,6 +46,7 @@ int codeOf(int error)
     case EDQUOT:
         return SARNA_FULL;
     case MDB_READERS_FULL:
+    case EWOULDBLOCK:
         return SARNA_BUSY;
     case EACCES:
     case EPERM:
@@ -64,6 +72,31 @@ MDB_val valOf(const void* data, std::size_t size)
 {
     return {size, const_cast<void*>(data)};
 }
+
+/// Holds the lock of the folder. It is unlocked by name: a child that was forked meanwhile has a copy of the
+/// descriptor, which would keep it.
+class FolderLock
+{
+public:
+    explicit FolderLock(const UniqueFd& folder) : m_folder(folder.get())
+    {
+        const auto end = std::chrono::steady_clock::now() + lockPatience;
+        while ((m_error = ::flock(m_folder, LOCK_EX | LOCK_NB) == 0 ? 0 : errno) == EWOULDBLOCK &&
+               std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(lockInterval);
+        }
+    }
+    ~FolderLock() { ::flock(m_folder, LOCK_UN); }
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+
+    /// 0, EWOULDBLOCK if another process kept the lock, or what the system said.
+    int error() const { return m_error; }
+
+private:
+    int m_folder;
+    int m_error = 0;
+};
 
 /// The lock file is written through a mapping: on a full file system that would be SIGBUS, unless its blocks are there.
 int reserveLockFile(const std::string& directory)
@@ -103,22 +136,18 @@ Environment::~Environment()
 int Environment::open(const std::string& group)
 {
     int error = 0;
-    const std::string folder = makeRuDir("sarna", error);
+    const UniqueFd folder = makeAndOpenRuDir(folderName, error);
     if (error != 0) {
         return codeOf(error);
     }
     // One process opens at a time. LMDB's first opener resets what the others go by and puts it right at the end: if it
     // is killed in between, one that waits inside LMDB would go on from what is half done, and overwrite what was
     // written. This descriptor is older than LMDB's, so that the kernel gives this lock back last.
-    const UniqueFd locked(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!locked) {
-        return codeOf(errno);
-    }
-    const FolderLock lock(locked.get());
+    const FolderLock lock(folder);
     if (lock.error() != 0) {
         return codeOf(lock.error());
     }
-    const std::string directory = folder + '/' + group;
+    const std::string directory = ruDir(folderName) + '/' + group;
     if (::access((directory + "/data.mdb").c_str(), F_OK) == 0) {
         return openFiles(directory);
     }

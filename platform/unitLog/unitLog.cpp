@@ -84,6 +84,9 @@ void writeLine(const char* name, const std::string& line)
 {
     int error = 0;
     const std::string path = makeRuDir("log", error) + '/' + name + ".log";
+    if (error != 0) {
+        return;
+    }
     if (isFull(path, line.size())) {
         moveAway(path, line.size());
     }
