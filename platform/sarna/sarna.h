@@ -58,8 +58,7 @@ enum sarna_error {
     SARNA_NOT_FOUND = 6,     /**< there is no value of this path */
     SARNA_TOO_SMALL = 7,     /**< the buffer doesn't take the value */
     SARNA_FULL = 8,          /**< the group holds SARNA_GROUP_MAX, or the file system is full */
-    SARNA_BUSY = 9,          /**< more than a hundred readers are in the group at this moment, or another process has been
-                                  opening a group for 5 seconds */
+    SARNA_BUSY = 9,          /**< more than a hundred readers are in the group, or the store is locked for 5 seconds */
     SARNA_NO_ACCESS = 10,    /**< the process may not use the group's files */
     SARNA_DAMAGED = 11,      /**< the group's files aren't what this library wrote, as far as
                                   their heads tell; what is damaged behind them can end the process */

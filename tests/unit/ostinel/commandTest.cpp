@@ -8,12 +8,14 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -538,6 +540,21 @@ TEST(Command, RaceForAName)
         winners += rival->result() == 0 ? 1 : 0;
     }
     EXPECT_EQ(winners, 1);
+    EXPECT_EQ(run({"wanted"}).exitCode, 1);
+}
+
+TEST(Command, LockThatSomebodyHoldsOnTheFolderStopsNobody)
+{
+    const auto offer = [] { return registry().registerCommand("wanted", show, onOwnThread); };
+    Child dead(offer);
+    ASSERT_EQ(dead.run(), 0);
+    dead.kill();
+    const UniqueFd locked(::open(folder().c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(locked.get(), LOCK_EX), 0);
+    auto registered = std::async(std::launch::async, offer);
+    EXPECT_EQ(registered.wait_for(deadline), std::future_status::ready);
+    ASSERT_EQ(::flock(locked.get(), LOCK_UN), 0);
+    EXPECT_EQ(registered.get(), 0);
     EXPECT_EQ(run({"wanted"}).exitCode, 1);
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <barrier>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -12,11 +13,13 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <poll.h>
 #include <string>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
@@ -368,6 +371,17 @@ TEST_F(Ploe, KilledListenerLeavesTheAddressFree)
     const Socket listener = listenAt(address);
     ASSERT_NE(listener, nullptr) << std::strerror(errno);
     EXPECT_NE(connectTo(address), nullptr);
+}
+
+TEST_F(Ploe, LockThatSomebodyHoldsOnTheFolderStopsNobody)
+{
+    ListeningProcess(address).kill();
+    const UniqueFd folder(::open(file.parent_path().c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(folder.get(), LOCK_EX), 0);
+    auto listener = std::async(std::launch::async, [this] { return listenAt(address); });
+    EXPECT_EQ(listener.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ASSERT_EQ(::flock(folder.get(), LOCK_UN), 0);
+    EXPECT_NE(listener.get(), nullptr);
 }
 
 TEST_F(Ploe, LivingListenerKeepsTheAddressAndSeesNothingOfTheOther)
