@@ -1,6 +1,7 @@
 #include "ploe/ploe.h"
 
 #include "socketFolder.h"
+#include "tap/tap.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -28,10 +29,12 @@ struct Place {
 
 struct ploe_socket {
     UniqueFd descriptor;
+    std::string name; ///< of the address
+    bool connected;   ///< by this end; otherwise it listens, or was accepted
     std::optional<Place> place;
 
-    ploe_socket(UniqueFd socket, std::optional<Place> listensAt)
-        : descriptor(std::move(socket)), place(std::move(listensAt))
+    ploe_socket(UniqueFd socket, std::string address, bool hasConnected, std::optional<Place> listensAt)
+        : descriptor(std::move(socket)), name(std::move(address)), connected(hasConnected), place(std::move(listensAt))
     {
     }
     ~ploe_socket()
@@ -116,12 +119,14 @@ int makeRoom(int descriptor)
     return given < static_cast<int>(PLOE_MAX_MSG_SIZE) + sendBufferShare ? ENOBUFS : 0;
 }
 
-ploe_socket* makeSocket(UniqueFd descriptor, std::optional<Place> place = std::nullopt)
+ploe_socket* makeSocket(UniqueFd descriptor, std::string name, bool connected,
+                        std::optional<Place> place = std::nullopt)
 {
     if (setBlocking(descriptor.get(), true) != 0) {
         return nullptr;
     }
-    return std::make_unique<ploe_socket>(std::move(descriptor), std::move(place)).release();
+    tap::start();
+    return std::make_unique<ploe_socket>(std::move(descriptor), std::move(name), connected, std::move(place)).release();
 }
 
 /// No exception leaves a C function. Short of memory is the one thing that is thrown inside.
@@ -159,7 +164,7 @@ ploe_socket* connectTo(const char* address, int flags)
     if (const int error = folder.connect(descriptor.get(), name)) {
         return failed(error);
     }
-    return makeSocket(std::move(descriptor));
+    return makeSocket(std::move(descriptor), std::move(name), true);
 }
 
 ploe_socket* listenAt(const char* address, int backlog)
@@ -182,7 +187,8 @@ ploe_socket* listenAt(const char* address, int backlog)
         return failed(error);
     }
     place.owner = ::getpid();
-    return makeSocket(std::move(descriptor), std::move(place));
+    std::string name = place.name;
+    return makeSocket(std::move(descriptor), std::move(name), false, std::move(place));
 }
 
 ploe_socket* acceptOne(ploe_socket* listener)
@@ -198,7 +204,15 @@ ploe_socket* acceptOne(ploe_socket* listener)
     if (const int error = makeRoom(descriptor.get())) {
         return failed(error);
     }
-    return makeSocket(std::move(descriptor));
+    return makeSocket(std::move(descriptor), listener->name, false);
+}
+
+void copyToTap(const ploe_socket& connection, const void* data, size_t size, std::uint64_t time)
+{
+    tap::Copy copy{.carrier = tap::Carrier::ploe, .size = size, .bytes = data, .time = time};
+    copy.direction = connection.connected ? tap::Direction::toListener : tap::Direction::toConnector;
+    (connection.connected ? copy.receiverName : copy.senderName) = connection.name;
+    tap::copy(copy);
 }
 
 } // namespace
@@ -259,9 +273,13 @@ int ploe_send(ploe_socket* connection, const void* data, size_t size)
         return fails(EMSGSIZE);
     }
     const int descriptor = connection->descriptor.get();
+    const std::uint64_t time = tap::isOpen() ? tap::now() : 0; // before: the answer to the message comes later
     if (uninterrupted([&] { return ::send(descriptor, data, size, MSG_NOSIGNAL); }) < 0) {
         // The first call after the other end closed with messages unread is told so; to the caller it is one thing.
         return errno == ECONNRESET ? fails(EPIPE) : -1;
+    }
+    if (time != 0) {
+        copyToTap(*connection, data, size, time);
     }
     return 0;
 }
