@@ -138,7 +138,7 @@ int Folder::files(std::vector<SocketFile>& found) const
         ::close(again);
         return error;
     }
-    while (found.size() < maxFiles) {
+    for (std::size_t read = 0; read < maxFiles; ++read) {
         const dirent* entry = ::readdir(directory.get());
         if (entry == nullptr) {
             break;
@@ -186,19 +186,20 @@ bool Folder::isDead(const std::string& name) const
     return probe && connect(probe.get(), name) == ECONNREFUSED;
 }
 
-int Folder::clear(std::vector<SocketFile>& living) const
+void Folder::clear(std::vector<SocketFile>& files) const
 {
-    const int error = files(living);
     const TriedLock lock(m_directory.get());
-    std::erase_if(living, [&](const SocketFile& file) {
-        const bool dead = isDead(file.name);
+    if (!lock) {
+        return;
+    }
+    std::erase_if(files, [&](const SocketFile& file) {
         // A process that lives may have made the file and be about to make its socket.
-        if (dead && lock && ::kill(file.owner, 0) != 0 && errno == ESRCH) {
+        const bool dead = ::kill(file.owner, 0) != 0 && errno == ESRCH && isDead(file.name);
+        if (dead) {
             remove(file.name);
         }
         return dead;
     });
-    return error;
 }
 
 UniqueFd newSocket()

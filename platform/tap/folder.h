@@ -1,7 +1,8 @@
 /// The folder "$RU_DIR/tap" with the sockets of the sending processes and of the listeners.
 ///
-/// A process that is killed leaves its sockets' files behind. A listener that opens removes those whose socket is gone.
-/// A file is removed only under the folder's lock, and nobody waits for that lock: who doesn't get it removes nothing.
+/// A process that is killed leaves its sockets' files behind. A listener that opens removes them, and so does a process
+/// that finds many files. Another's file is removed only under the folder's lock, and nobody waits for that lock: who
+/// doesn't get it removes nothing.
 #pragma once
 
 #include "uniqueFd.h"
@@ -47,12 +48,13 @@ public:
 
     void remove(const std::string& name) const;
 
-    /// Removes the files whose socket and process are gone, and lists those whose socket lives.
-    int clear(std::vector<SocketFile>& living) const;
+    /// Removes the files whose socket and process are gone, also from the list.
+    void clear(std::vector<SocketFile>& files) const;
 
-private:
+    /// Whether nobody has the socket of this file any more.
     bool isDead(const std::string& name) const;
 
+private:
     UniqueFd m_directory;
 };
 

@@ -48,11 +48,14 @@ int Listener::openSockets(const Options& options)
     if (const int error = m_folder.open()) {
         return error;
     }
-    std::vector<SocketFile> living;
-    if (const int error = m_folder.clear(living)) {
+    std::vector<SocketFile> files;
+    if (const int error = m_folder.files(files)) {
         return error;
     }
-    const auto listeners = std::count_if(living.begin(), living.end(), [](const auto& file) { return file.listens; });
+    m_folder.clear(files);
+    const auto listeners = std::count_if(files.begin(), files.end(), [this](const SocketFile& file) {
+        return file.listens && !m_folder.isDead(file.name);
+    });
     if (static_cast<std::size_t>(listeners) >= maxListeners) {
         return EBUSY;
     }
@@ -80,11 +83,11 @@ int Listener::openSockets(const Options& options)
         return errno;
     }
     // Listed anew: a process that has started since may have looked for listeners too early.
-    living.clear();
-    if (const int error = m_folder.files(living)) {
+    files.clear();
+    if (const int error = m_folder.files(files)) {
         return error;
     }
-    return visit(living);
+    return visit(files);
 }
 
 /// Connects to the processes, a few at a time, so that they look for listeners. They end the connection when they have

@@ -17,6 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int backlog = 64;
+constexpr std::size_t manyFiles = 64;
 constexpr std::chrono::milliseconds minRetryDelay = 100ms;
 constexpr std::chrono::milliseconds maxRetryDelay = 10s;
 
@@ -213,6 +214,9 @@ void Sender::findListeners()
     if (m_folder.files(files) != 0) {
         retryLater();
     }
+    if (files.size() > manyFiles) {
+        m_folder.clear(files);
+    }
     for (const SocketFile& file : files) {
         if (file.listens && file.version == packetVersion && !isKnown(file.name)) {
             connectTo(file);
@@ -252,18 +256,21 @@ void Sender::connectTo(const SocketFile& listener)
         return;
     }
     ::shutdown(socket, SHUT_RD); // a listener has nothing to say
-    watch(EPOLL_CTL_ADD, socket, 0);
+    if (!watch(EPOLL_CTL_ADD, socket, 0)) {
+        retryLater();
+        return;
+    }
     const std::lock_guard lock(m_sending);
     std::swap(*place, made);
     setOpen();
 }
 
-/// With no events it is still told of the end of the connection.
-void Sender::watch(int operation, int descriptor, std::uint32_t events) const
+/// With no events, the thread is still woken at the end of the connection.
+bool Sender::watch(int operation, int descriptor, std::uint32_t events) const
 {
     epoll_event event = {};
     event.events = events;
-    ::epoll_ctl(m_epoll.get(), operation, descriptor, &event);
+    return ::epoll_ctl(m_epoll.get(), operation, descriptor, &event) == 0;
 }
 
 void Sender::awaitRoom(Connection& connection, bool awaits) const
@@ -316,7 +323,7 @@ void Sender::reportLosses()
 {
     const std::lock_guard lock(m_sending);
     for (Connection& connection : m_connections) {
-        if (!connection.socket || !connection.awaitsRoom) {
+        if (!connection.socket || (connection.lost == 0 && !connection.awaitsRoom)) {
             continue;
         }
         PacketHeader header;
@@ -327,6 +334,11 @@ void Sender::reportLosses()
             ::send(connection.socket.get(), &header, sizeof(header), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
             connection.lost = 0;
             awaitRoom(connection, false);
+        } else if (errno == EAGAIN) {
+            awaitRoom(connection, true);
+        } else {
+            awaitRoom(connection, false); // there is room, but no memory
+            retryLater();
         }
     }
 }

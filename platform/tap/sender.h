@@ -69,7 +69,7 @@ private:
 
     void send(Connection& connection, PacketHeader& header, const Copy& what) const;
     void awaitRoom(Connection& connection, bool awaits) const;
-    void watch(int operation, int descriptor, std::uint32_t events) const;
+    bool watch(int operation, int descriptor, std::uint32_t events) const;
 
     // Under the lock of the descriptors:
     Folder m_folder;

@@ -316,6 +316,26 @@ TEST_F(Tap, KilledListenerIsForgottenAndItsFileCleared)
     EXPECT_EQ(peer.call("stop"), "stopped");
 }
 
+TEST_F(Tap, FilesOfKilledProcessesDoNotPileUp)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        tap::Folder folder;
+        bool bound = folder.open() == 0;
+        for (int i = 0; i < 100; ++i) {
+            std::string name;
+            bound = folder.bind(tap::newSocket().get(), "process", "", name) == 0 && bound;
+        }
+        ::_exit(bound ? EXIT_SUCCESS : EXIT_FAILURE);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(filesOf("process"), 100U);
+    const Peer peer;
+    EXPECT_EQ(filesOf("process"), 1U);
+}
+
 TEST_F(Tap, OneListenerMoreThanAProcessServesIsRefused)
 {
     std::vector<Listener> others(tap::maxListeners);
