@@ -38,9 +38,10 @@ void copy(std::uint32_t thread, std::uint32_t number, const std::vector<std::byt
     }
 }
 
-/// send THREADS COUNT SIZE: as many threads send COUNT messages each.
+/// send THREADS COUNT SIZE: as many threads send COUNT messages each, with numbers that go on from call to call.
 std::string send(std::istream& arguments)
 {
+    static std::uint32_t last = 0;
     std::uint32_t threads = 0;
     std::uint32_t count = 0;
     std::size_t size = 0;
@@ -49,14 +50,15 @@ std::string send(std::istream& arguments)
     std::vector<std::thread> senders;
     for (std::uint32_t thread = 1; thread <= threads; ++thread) {
         senders.emplace_back([&, thread] {
-            for (std::uint32_t number = 1; number <= count; ++number) {
-                copy(thread, number, message);
+            for (std::uint32_t i = 1; i <= count; ++i) {
+                copy(thread, last + i, message);
             }
         });
     }
     for (std::thread& sender : senders) {
         sender.join();
     }
+    last += count;
     return "sent";
 }
 
@@ -105,6 +107,30 @@ std::string intrude()
     return "no listener";
 }
 
+/// lure: listens without asking who comes, makes the processes look, and tells what the first that came has sent.
+std::string lure()
+{
+    tap::Folder folder;
+    std::vector<tap::SocketFile> files;
+    std::string name;
+    const UniqueFd listening = tap::newSocket();
+    folder.open();
+    folder.bind(listening.get(), "listener", '-' + std::to_string(tap::packetVersion) + "-100-100000", name);
+    ::listen(listening.get(), 10);
+    folder.files(files);
+    for (const tap::SocketFile& file : files) {
+        const UniqueFd socket = tap::newSocket();
+        if (!file.listens && file.owner != ::getpid() && folder.connect(socket.get(), file.name) == 0) {
+            pollfd state{socket.get(), POLLIN, 0};
+            ::poll(&state, 1, 20'000);
+        }
+    }
+    const UniqueFd came(::accept(listening.get(), nullptr, nullptr));
+    char byte = 0;
+    folder.remove(name);
+    return !came ? "nobody" : ::recv(came.get(), &byte, 1, 0) > 0 ? "a message" : "nothing";
+}
+
 /// fork: leaves a child that lives until the test closes the standard input.
 std::string forkChild()
 {
@@ -150,6 +176,7 @@ int main(int argc, char** argv)
                  : command == "stop"    ? flood.stop()
                  : command == "listen"  ? std::to_string(listener.open())
                  : command == "intrude" ? intrude()
+                 : command == "lure"    ? lure()
                  : command == "fork"    ? forkChild()
                  : command == "nobody"  ? become(65'534)
                                         : "unknown";
