@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <unistd.h>
-#include <utility>
 
 namespace kiv {
 namespace {
@@ -39,34 +38,21 @@ void note(int descriptor, bool open)
 
 } // namespace
 
-Descriptor::Descriptor(int descriptor) : m_descriptor(descriptor)
+void NotedFd::opened(int descriptor)
 {
-    if (descriptor >= 0) {
-        note(descriptor, true);
-    }
+    note(descriptor, true);
 }
 
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept
+void NotedFd::close(int descriptor)
 {
-    if (this != &other) {
-        reset();
-        m_descriptor = other.release();
-    }
-    return *this;
+    const DescriptorScope scope;
+    note(descriptor, false);
+    ::close(descriptor);
 }
 
-void Descriptor::reset()
+void NotedFd::forget(int descriptor)
 {
-    if (m_descriptor >= 0) {
-        const DescriptorScope scope;
-        note(m_descriptor, false);
-        ::close(std::exchange(m_descriptor, -1));
-    }
-}
-
-int Descriptor::release()
-{
-    return std::exchange(m_descriptor, -1);
+    note(descriptor, false);
 }
 
 DescriptorScope::DescriptorScope()

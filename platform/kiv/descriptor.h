@@ -5,30 +5,20 @@
 /// makes descriptors holds a DescriptorScope until they are noted, which fork waits for.
 #pragma once
 
+#include "uniqueFd.h"
+
 #include <mutex>
 
 namespace kiv {
 
-class Descriptor
-{
-public:
-    Descriptor() = default;
-    explicit Descriptor(int descriptor);
-    Descriptor(Descriptor&& other) noexcept : m_descriptor(other.release()) {}
-    Descriptor& operator=(Descriptor&& other) noexcept;
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() { reset(); }
-
-    int get() const { return m_descriptor; }
-    explicit operator bool() const { return m_descriptor >= 0; }
-    void reset();
-
-private:
-    int release();
-
-    int m_descriptor = -1;
+struct NotedFd {
+    static void opened(int descriptor);
+    static void close(int descriptor);
+    /// It is noted no more: whoever released it closes it without holding off fork.
+    static void forget(int descriptor);
 };
+
+using Descriptor = BasicFd<NotedFd>;
 
 /// Holds off fork while descriptors are made or closed. Scopes of one thread may be nested; no other lock is taken in
 /// one.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <set>
+#include <string>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -60,23 +61,22 @@ void Hunts::cancel(std::uint32_t ref)
 
 void Hunts::watch()
 {
-    if (m_inotify || m_looksRegularly) {
+    if (m_inotify) {
         return;
     }
     {
         const DescriptorScope scope;
         m_inotify = Descriptor(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     }
-    if (m_inotify && ::inotify_add_watch(m_inotify.get(), m_process.registry().nameDirectory().c_str(),
-                                         IN_CREATE | IN_MOVED_TO) >= 0) {
+    const std::string directory = "/proc/self/fd/" + std::to_string(m_process.registry().nameDirectory());
+    if (m_inotify && ::inotify_add_watch(m_inotify.get(), directory.c_str(), IN_CREATE | IN_MOVED_TO) >= 0) {
         m_token = m_process.io().add(m_inotify.get(), EPOLLIN, std::make_shared<Watcher>(*this));
         if (m_token != 0) {
             return;
         }
     }
     m_inotify.reset();
-    m_looksRegularly = true;
-    m_process.io().after(lookInterval, [this] { lookRegularly(); });
+    lookLater(lookInterval);
 }
 
 void Hunts::unwatch()
@@ -87,14 +87,22 @@ void Hunts::unwatch()
     }
 }
 
-void Hunts::lookRegularly()
+/// With the lock held.
+void Hunts::lookLater(IoThread::Clock::duration delay)
 {
-    look();
-    const std::lock_guard lock(m_mutex);
-    m_looksRegularly = !m_hunts.empty();
-    if (m_looksRegularly) {
-        m_process.io().after(lookInterval, [this] { lookRegularly(); });
+    if (std::exchange(m_looksLater, true)) {
+        return;
     }
+    m_process.io().after(delay, [this] {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_looksLater = false;
+            if (!m_hunts.empty() && !m_inotify) {
+                lookLater(lookInterval);
+            }
+        }
+        look();
+    });
 }
 
 void Hunts::look()
@@ -109,6 +117,11 @@ void Hunts::look()
     for (const std::string& name : names) {
         const kiv_mbox_id_t mailbox = m_process.locate(name);
         if (mailbox == KIV_NO_MBOX) {
+            continue;
+        }
+        if (const auto rest = m_process.restOf(mailbox); rest > rest.zero()) {
+            const std::lock_guard lock(m_mutex);
+            lookLater(rest);
             continue;
         }
         std::vector<Hunt> over;

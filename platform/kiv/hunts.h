@@ -1,7 +1,8 @@
 /// Hunts: who waits for which name.
 ///
 /// While there are hunts, the I/O thread watches the registry's directory of names with inotify. Where that can't be
-/// had (the system limits the number of watchers), it looks every now and then.
+/// had (the system limits the number of watchers), it looks every now and then. A mailbox that was cut off lately is
+/// found only when its link has rested.
 ///
 /// Threads: one lock, never held while a queue is called.
 #pragma once
@@ -36,14 +37,14 @@ private:
     void watch();
     void unwatch();
     void look();
-    void lookRegularly();
+    void lookLater(IoThread::Clock::duration delay);
 
     Process& m_process;
     std::mutex m_mutex;
     std::vector<Hunt> m_hunts;
     Descriptor m_inotify;
     std::uint64_t m_token = 0;
-    bool m_looksRegularly = false;
+    bool m_looksLater = false;
 };
 
 } // namespace kiv

@@ -29,6 +29,22 @@ void guarded(const Call& call)
 
 } // namespace
 
+int startThread(const char* name, void* (*threadMain)(void*), void* argument)
+{
+    sigset_t all;
+    sigset_t previous;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &previous);
+    pthread_t thread{};
+    const int error = pthread_create(&thread, nullptr, threadMain, argument);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    if (error == 0) {
+        pthread_setname_np(thread, name);
+        pthread_detach(thread);
+    }
+    return error;
+}
+
 int IoThread::start()
 {
     if (m_running) {
@@ -53,19 +69,8 @@ int IoThread::start()
     }
     std::swap(m_epoll, epoll);
     std::swap(m_wake, wake);
-    // The program's signals are for the program's threads.
-    sigset_t all;
-    sigset_t previous;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &previous);
-    pthread_t thread{};
-    const int error = pthread_create(&thread, nullptr, threadMain, this);
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    if (error == 0) {
-        pthread_setname_np(thread, "kiv-io");
-        pthread_detach(thread);
-        m_running = true;
-    }
+    const int error = startThread("kiv-io", threadMain, this);
+    m_running = error == 0;
     return error;
 }
 
@@ -77,6 +82,7 @@ void* IoThread::threadMain(void* self)
 
 void IoThread::run()
 {
+    m_thread = pthread_self();
     for (;;) {
         guarded([this] { round(); });
     }
@@ -85,7 +91,10 @@ void IoThread::run()
 void IoThread::round()
 {
     std::array<epoll_event, 64> events;
-    const int count = ::epoll_wait(m_epoll.get(), events.data(), static_cast<int>(events.size()), waitTime());
+    const auto wait = waitTime();
+    const timespec limit{wait / std::chrono::seconds(1),
+                         std::chrono::nanoseconds(wait % std::chrono::seconds(1)).count()};
+    const int count = ::epoll_pwait2(m_epoll.get(), events.data(), static_cast<int>(events.size()), &limit, nullptr);
     for (int i = 0; i < count; ++i) {
         const epoll_event& event = events[static_cast<std::size_t>(i)];
         if (event.data.u64 != 0) {
@@ -100,17 +109,15 @@ void IoThread::round()
     runCalls();
 }
 
-int IoThread::waitTime()
+IoThread::Clock::duration IoThread::waitTime()
 {
+    constexpr Clock::duration longest = std::chrono::minutes(1);
     const std::lock_guard lock(m_mutex);
     if (!m_posted.empty()) {
-        return 0;
+        return Clock::duration::zero();
     }
-    if (m_timed.empty()) {
-        return -1;
-    }
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_timed.begin()->first - Clock::now());
-    return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 60'000));
+    return m_timed.empty() ? longest
+                           : std::clamp(m_timed.begin()->first - Clock::now(), Clock::duration::zero(), longest);
 }
 
 void IoThread::dispatch(std::uint64_t token, std::uint32_t events)
@@ -146,6 +153,9 @@ void IoThread::runCalls()
 
 void IoThread::wake()
 {
+    if (pthread_equal(m_thread, pthread_self()) != 0) {
+        return; // it looks before it waits
+    }
     const std::uint64_t one = 1;
     if (::write(m_wake.get(), &one, sizeof one) < 0) {
         return; // it is set already

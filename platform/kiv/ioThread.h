@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <pthread.h>
 #include <unordered_map>
 #include <vector>
 
@@ -33,6 +34,10 @@ public:
     /// On the I/O thread. `events` as of epoll.
     virtual void onEvents(std::uint32_t events) = 0;
 };
+
+/// Starts a detached thread that takes no signals: those of the program are for the program's threads. Returns 0 or an
+/// errno value.
+int startThread(const char* name, void* (*threadMain)(void*), void* argument);
 
 class IoThread
 {
@@ -55,11 +60,12 @@ private:
     static void* threadMain(void* self);
     void run();
     void round();
-    int waitTime();
+    Clock::duration waitTime();
     void dispatch(std::uint64_t token, std::uint32_t events);
     void runCalls();
     void wake();
 
+    std::atomic<pthread_t> m_thread{};
     std::mutex m_mutex;
     std::atomic<bool> m_running = false;
     Descriptor m_epoll;

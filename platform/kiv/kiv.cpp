@@ -5,6 +5,7 @@
 #include "kiv/id.h"
 #include "kiv/message.h"
 #include "kiv/process.h"
+#include "tap/tap.h"
 
 #include <cerrno>
 #include <cstring>
@@ -64,7 +65,13 @@ kiv_mbox_id_t failed(int error)
 
 int kiv_init(uint32_t /*mailboxes*/, uint32_t /*flags*/, uintptr_t /*reserved*/)
 {
-    return guarded(ENOMEM, [] { return Process::get() != nullptr ? 0 : errno; });
+    return guarded(ENOMEM, [] {
+        if (Process::get() == nullptr) {
+            return errno;
+        }
+        tap::start();
+        return 0;
+    });
 }
 
 kiv_mbox_id_t kiv_create_mailbox(const char* name)
@@ -90,7 +97,7 @@ kiv_mbox_id_t kiv_clone_mailbox(kiv_mbox_id_t parent, const char* name)
 {
     return guarded(KIV_NO_MBOX, [=] {
         const ThreadMailbox* own = liveMailbox();
-        if (!isName(name) || own == nullptr || Process::get()->queueOf(parent) != own->queue) {
+        if (!isName(name) || own == nullptr || Process::get()->queueOfMailbox(parent) != own->queue) {
             return failed(EINVAL);
         }
         return Process::get()->addMailbox(own->queue, name);
@@ -194,7 +201,7 @@ void kiv_unmonitor(uint32_t ref)
 {
     guarded(0, [=] {
         if (const ThreadMailbox* own = liveMailbox(); own != nullptr && ref != 0) {
-            Process::get()->unmonitor(ref, *own->queue);
+            Process::get()->unmonitor(ref, *own->queue, own->first);
         }
         return 0;
     });

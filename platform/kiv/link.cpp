@@ -1,5 +1,6 @@
 #include "kiv/link.h"
 
+#include "kiv/flow.h"
 #include "kiv/frame.h"
 #include "kiv/id.h"
 #include "kiv/log.h"
@@ -12,6 +13,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <utility>
+#include <vector>
 
 namespace kiv {
 namespace {
@@ -20,14 +22,19 @@ using namespace std::chrono_literals;
 
 constexpr auto busyRetry = 2ms;
 constexpr auto shortageRetry = 10ms;
-/// How long a death waits for a connection that is still being made.
-constexpr auto parkingTime = 50ms;
-/// The I/O thread sends so many messages before others get the lock.
-constexpr int flushAtOnce = 256;
-/// Memory in memfds that the peer hasn't read, beyond what waits in the backlog.
-constexpr std::size_t mostInMemfds = 32U << 20;
+/// A peer that wouldn't have us isn't asked for each message anew.
+constexpr auto refusedRest = 100ms;
+constexpr auto firstCutRest = 100ms;
+constexpr unsigned maxDoublings = 7;
+constexpr auto cutsForgotten = 1min;
+/// The I/O thread sends so many packets before others get the lock.
+constexpr std::size_t packetsAtOnce = 16;
+constexpr std::size_t noLimit = SIZE_MAX;
+/// Memory in memfds that the peer hasn't read, beyond what waits in the list.
+constexpr std::size_t maxInMemfds = 32U << 20;
 /// No packet occupies as little as this: the socket is empty.
 constexpr int emptySocket = 64;
+constexpr int socketBuffer = 1 << 20;
 
 bool isEmpty(int socket)
 {
@@ -35,389 +42,372 @@ bool isEmpty(int socket)
     return ::ioctl(socket, SIOCOUTQ, &bytes) == 0 && bytes < emptySocket;
 }
 
+bool isShortage(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
+}
+
 } // namespace
 
-class Link::ControlHandler : public Handler
+class Link::Events : public Handler
 {
 public:
-    explicit ControlHandler(std::shared_ptr<Link> link) : m_link(std::move(link)) {}
-    void onEvents(std::uint32_t events) override { m_link->onControl(events); }
+    Events(std::shared_ptr<Link> link, std::uint64_t connection) : m_link(std::move(link)), m_connection(connection) {}
+    void onEvents(std::uint32_t events) override { m_link->onEvents(m_connection, events); }
 
 private:
     std::shared_ptr<Link> m_link;
+    std::uint64_t m_connection;
 };
 
-class Link::DataHandler : public Handler
+void flushCollected()
 {
-public:
-    explicit DataHandler(std::shared_ptr<Link> link) : m_link(std::move(link)) {}
-    void onEvents(std::uint32_t events) override { m_link->onWritable(events); }
-
-private:
-    std::shared_ptr<Link> m_link;
-};
-
-Link::Link(Process& process, std::uint32_t slot) : m_process(process), m_slot(slot), m_control(process.io()) {}
-
-Link::~Link() = default;
-
-void Link::send(MessagePtr message, const std::shared_ptr<SlotSocket>& sender)
-{
-    const std::lock_guard lock(m_mutex);
-    if (!ready()) {
+    ThreadMailbox* own = threadMailbox();
+    if (own == nullptr || own->collected.empty()) {
         return;
     }
-    claim(sender);
-    ++m_sent;
-    if (!m_data || !m_backlog.empty()) {
-        enqueue(std::move(message));
-        return;
+    std::vector<std::shared_ptr<Link>> links;
+    links.swap(own->collected);
+    for (const auto& link : links) {
+        link->flush(own);
     }
-    const SendResult result = transmit(*message);
-    if (result == SendResult::broken) {
-        loseData();
-    } else if (result != SendResult::sent) {
-        enqueue(std::move(message));
-        if (m_data) {
-            waitToSend(result);
-        }
-    }
+    links.clear();
+    own->collected.swap(links); // keeps its memory
 }
 
-/// Connects where that is still to be done. False where the slot is dead.
-bool Link::ready()
+Link::Link(Process& process, std::uint32_t destination, std::uint32_t queue)
+    : m_process(process), m_destination(destination), m_queue(queue)
 {
-    if (m_state == State::fresh) {
+}
+
+Link::~Link()
+{
+    clear();
+}
+
+bool Link::send(MessagePtr& message, ThreadMailbox* collector)
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_state == State::retired) {
+        return false;
+    }
+    if (m_state == State::closed) {
         connect();
     }
-    return takesMessages();
+    if (m_state != State::connecting && m_state != State::open) {
+        message.reset();
+        return true;
+    }
+    push(std::move(message));
+    if (m_state != State::open || m_isBlocked) {
+        return true;
+    }
+    const bool isFull = m_messages >= maxFrames || m_bytes >= maxInlined;
+    if (collector == nullptr || isFull || (m_messages > 1 && m_collector != collector)) {
+        flushLocked(noLimit);
+    } else if (m_messages == 1) {
+        collect(*collector);
+    }
+    return true;
 }
 
-void Link::connect()
+void Link::collect(ThreadMailbox& collector)
 {
-    Descriptor socket = m_process.registry().connectSlot(m_slot);
-    const int error = socket ? 0 : errno;
-    const bool shortage = error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
-    if (!socket && error != EAGAIN && !shortage) {
-        die();
-        return;
-    }
-    if (m_state == State::fresh) {
-        // Goes first, in front of what is asked for meanwhile.
-        ControlFrame hello;
-        hello.kind = ControlKind::hello;
-        hello.id = protocolVersion;
-        m_control.send(hello);
-    }
-    if (m_state != State::cut) {
-        m_state = socket ? State::connected : State::connecting;
-    }
-    if (!socket) {
-        connectLater(shortage ? shortageRetry : busyRetry);
-        return;
-    }
-    m_pid = peerProcess(socket.get());
-    const bool watched = m_control.open(std::move(socket), std::make_shared<ControlHandler>(shared_from_this()));
-    if (!watched || !m_control.flush()) {
-        die();
-    }
-}
-
-void Link::connectLater(std::chrono::milliseconds delay)
-{
-    m_process.io().after(delay, [self = shared_from_this()] {
-        const std::lock_guard lock(self->m_mutex);
-        if (self->m_state == State::connecting || (self->m_state == State::cut && self->m_control.socket() < 0)) {
-            self->connect();
-        }
-    });
-}
-
-void Link::claim(const std::shared_ptr<SlotSocket>& sender)
-{
-    const std::uint32_t slot = sender ? sender->slot() : 0;
-    const auto place = std::lower_bound(m_claims.begin(), m_claims.end(), slot,
-                                        [](const Claim& claim, std::uint32_t wanted) { return claim.slot < wanted; });
-    const bool known = place != m_claims.end() && place->slot == slot;
-    if (known || (slot == 0 && m_dataAsked)) {
-        return;
-    }
-    ControlFrame frame;
-    frame.kind = m_dataAsked ? ControlKind::claim : ControlKind::open;
-    frame.slot = slot;
-    m_dataAsked = true;
-    m_claims.insert(place, {slot, sender});
-    tell(frame);
-}
-
-void Link::confirm(std::uint32_t slot)
-{
-    for (Claim& claim : m_claims) {
-        if (claim.slot == slot) {
-            claim.unconfirmed.reset();
+    if (m_collector != &collector) {
+        m_collector = &collector;
+        auto& links = collector.collected;
+        const auto self = shared_from_this();
+        if (std::find(links.begin(), links.end(), self) == links.end()) {
+            links.push_back(self);
         }
     }
-}
-
-void Link::tell(const ControlFrame& frame)
-{
-    if (m_state != State::dead && !m_control.send(frame)) {
-        loseControl();
+    if (!std::exchange(m_isListed, true)) {
+        m_process.flushSoon(shared_from_this());
     }
 }
 
-void Link::enqueue(MessagePtr message)
-{
-    if (!takesMessages()) {
-        return;
-    }
-    m_waiting += message->footprint();
-    m_backlog.push(std::move(message));
-    if (m_waiting > mostWaiting) {
-        cutOff();
-    }
-}
-
-SendResult Link::transmit(Message& message)
-{
-    const bool large = goesAsMemfd(message);
-    if (large && m_inMemfds != 0) {
-        if (isEmpty(m_data.get())) {
-            m_inMemfds = 0;
-        } else if (m_inMemfds + message.frame.size > mostInMemfds) {
-            return SendResult::full;
-        }
-    }
-    const SendResult result = sendFrame(m_data.get(), message);
-    if (large && result == SendResult::sent) {
-        m_inMemfds += message.frame.size;
-    }
-    return result;
-}
-
-void Link::waitToSend(SendResult result)
-{
-    if (result == SendResult::later) {
-        m_process.io().after(shortageRetry, [self = shared_from_this()] { self->onWritable(0); });
-    } else {
-        // Edge triggered: the event comes whenever the peer has read something, also where the socket has space but
-        // too much memory is on its way.
-        m_process.io().modify(m_dataToken, m_data.get(), EPOLLOUT | EPOLLET);
-    }
-}
-
-void Link::onWritable(std::uint32_t events)
+void Link::flush(const ThreadMailbox* collector)
 {
     const std::lock_guard lock(m_mutex);
-    if (m_data && (events & (EPOLLHUP | EPOLLERR)) != 0) {
-        loseData();
+    if (collector == nullptr) {
+        m_isListed = false;
+    } else if (m_collector == collector) {
+        m_collector = nullptr;
     }
-    flush();
-}
-
-void Link::flush()
-{
-    for (int count = 0; m_data && !m_backlog.empty(); ++count) {
-        if (count == flushAtOnce) {
-            waitToSend(SendResult::full);
-            return;
-        }
-        const SendResult result = transmit(*m_backlog.first());
-        if (result == SendResult::broken) {
-            loseData();
-            return;
-        }
-        if (result != SendResult::sent) {
-            waitToSend(result);
-            return;
-        }
-        m_waiting -= m_backlog.first()->footprint();
-        m_backlog.pop();
+    if (m_state == State::open && !m_isBlocked) {
+        flushLocked(noLimit);
     }
-    if (m_data) {
-        m_process.io().modify(m_dataToken, m_data.get(), 0);
-    }
-}
-
-void Link::cutOff()
-{
-    logLine("mailboxes of slot %u (process %d) cut off: more than %zu MiB waiting", m_slot, static_cast<int>(m_pid),
-            mostWaiting >> 20);
-    // The control connection stays, to know when the slot is really gone and another may have its number.
-    m_state = State::cut;
-    if (m_data) {
-        // The receiver has a copy: it sees the end only so.
-        ::shutdown(m_data.get(), SHUT_WR);
-    }
-    closeData();
-    fireWatchers();
-}
-
-/// No death yet: how much a dead mailbox had sent, its process may still tell on the control connection.
-void Link::loseData()
-{
-    if (m_state == State::connected) {
-        m_state = State::ending;
-    }
-    closeData();
-}
-
-void Link::loseControl()
-{
-    loseData();
-    if (m_control.socket() >= 0) {
-        m_control.finish();
-    } else {
-        die();
-    }
-}
-
-void Link::closeData()
-{
-    if (m_data) {
-        m_process.io().remove(m_dataToken, m_data.get());
-        m_data.reset();
-    }
-    m_backlog.clear();
-    m_waiting = 0;
-    m_sent = 0;
-    m_claims.clear();
-}
-
-void Link::die()
-{
-    if (m_state != State::dead) {
-        m_state = State::dead;
-        closeData();
-        m_control.close();
-        m_process.removeLink(*this);
-        fireWatchers();
-    }
-}
-
-void Link::fireWatchers()
-{
-    if (m_watchers.empty()) {
-        return;
-    }
-    m_process.io().post([watchers = std::move(m_watchers), process = m_pid] {
-        for (const auto& [ref, watcher] : watchers) {
-            if (const auto queue = watcher.queue.lock()) {
-                queue->died(ref, watcher.mailbox, process, Queue::allUnread);
-            }
-        }
-    });
-    m_watchers.clear();
-}
-
-void Link::monitor(std::uint32_t ref, kiv_mbox_id_t mailbox, const std::shared_ptr<Queue>& queue)
-{
-    const std::lock_guard lock(m_mutex);
-    m_watchers.emplace(ref, Watcher{mailbox, queue});
-    if (!ready()) {
-        if (m_state != State::ending) {
-            fireWatchers();
-        }
-        return;
-    }
-    ControlFrame frame;
-    frame.kind = ControlKind::monitor;
-    frame.id = mailbox;
-    frame.slot = queue->slot();
-    frame.ref = ref;
-    tell(frame);
-}
-
-void Link::unmonitor(std::uint32_t ref)
-{
-    const std::lock_guard lock(m_mutex);
-    if (m_watchers.erase(ref) != 0) {
-        ControlFrame frame;
-        frame.kind = ControlKind::unmonitor;
-        frame.ref = ref;
-        tell(frame);
-    }
-}
-
-std::uint64_t Link::sentTo(pid_t process)
-{
-    const std::lock_guard lock(m_mutex);
-    // While it connects, it isn't known yet whose slot that is.
-    return m_pid == process || m_pid == 0 ? m_sent : 0;
 }
 
 bool Link::idle()
 {
     const std::lock_guard lock(m_mutex);
-    return m_state == State::dead || m_state == State::cut || m_state == State::ending ||
-           (m_backlog.empty() && m_control.idle() &&
-            std::all_of(m_claims.begin(), m_claims.end(), [](const Claim& claim) { return !claim.unconfirmed; }));
+    return m_state == State::retired || m_state == State::closed ||
+           (m_state == State::open && m_list.empty() && m_isProven);
 }
 
-void Link::onControl(std::uint32_t events)
+std::size_t Link::waiting()
 {
     const std::lock_guard lock(m_mutex);
-    if ((events & EPOLLOUT) != 0 && m_state != State::dead && !m_control.flush()) {
-        loseControl();
-    }
-    for (int count = 0; count < framesAtOnce && m_state != State::dead; ++count) {
-        ControlFrame frame;
-        Descriptor passed;
-        switch (m_control.receive(frame, passed)) {
-        case Channel::Received::frame:
-            handle(frame, std::move(passed));
-            break;
-        case Channel::Received::none:
-            return;
-        case Channel::Received::closed:
-            die();
-            return;
-        case Channel::Received::malformed:
-            logLine("process %d cut off: malformed control message", static_cast<int>(m_pid));
-            die();
-            return;
-        }
-    }
+    return m_bytes;
 }
 
-void Link::handle(const ControlFrame& frame, Descriptor passed)
+Link::Clock::duration Link::rest()
 {
-    if (frame.kind == ControlKind::data && passed && m_dataAsked && !m_data && m_state == State::connected) {
-        m_data = std::move(passed);
-        m_dataToken = m_process.io().add(m_data.get(), 0, std::make_shared<DataHandler>(shared_from_this()));
-        if (m_dataToken == 0) {
-            loseControl();
-            return;
-        }
-        confirm(frame.slot);
-        flush();
-    } else if (frame.kind == ControlKind::claimed) {
-        confirm(frame.slot);
-    } else if (frame.kind == ControlKind::dead) {
-        dead(frame);
-    } else if (m_state == State::connected) {
-        logLine("process %d cut off: unexpected control message", static_cast<int>(m_pid));
-        die();
+    const std::lock_guard lock(m_mutex);
+    if (m_cuts == 0) {
+        return Clock::duration::zero();
     }
+    return m_lastCut + firstCutRest * (1U << std::min(m_cuts - 1, maxDoublings)) - Clock::now();
 }
 
-void Link::dead(const ControlFrame& frame)
+void Link::connect()
 {
-    const auto found = m_watchers.find(frame.ref);
-    if (found == m_watchers.end()) {
+    if (Clock::now() < m_closedUntil) {
         return;
     }
-    const Watcher watcher = std::move(found->second);
-    m_watchers.erase(found);
-    m_process.io().post([watcher, frame, process = m_pid, &io = m_process.io()] {
-        if (const auto queue = watcher.queue.lock()) {
-            queue->died(frame.ref, watcher.mailbox, process, frame.count);
+    if (!m_isCounted) {
+        m_process.flow().sought(m_destination);
+        m_toServer = m_process.flow().isServer(m_destination);
+    }
+    Descriptor socket = m_process.registry().connectTo(m_destination);
+    const int error = socket ? 0 : errno;
+    if (socket) {
+        open(std::move(socket));
+    } else if (error == EAGAIN || isShortage(error)) {
+        m_state = State::connecting;
+        connectLater(isShortage(error) ? shortageRetry : busyRetry);
+    } else {
+        lose();
+    }
+}
+
+void Link::open(Descriptor socket)
+{
+    m_socket = std::move(socket);
+    m_state = State::open;
+    m_isProven = m_isBlocked = false;
+    m_inMemfds = 0;
+    m_peer = peerOf(m_socket.get());
+    ::setsockopt(m_socket.get(), SOL_SOCKET, SO_SNDBUF, &socketBuffer, sizeof socketBuffer);
+    const Hello hello{.process = m_process.number(), .queue = m_queue};
+    m_token = m_process.io().add(m_socket.get(), EPOLLRDHUP | EPOLLET,
+                                 std::make_shared<Events>(shared_from_this(), ++m_connection));
+    if (m_token == 0 || sendHello(m_socket.get(), hello) != SendResult::sent) {
+        lose();
+    }
+}
+
+void Link::connectLater(Clock::duration delay)
+{
+    if (!std::exchange(m_retries, true)) {
+        m_process.io().after(delay, [self = shared_from_this()] { self->onRetry(); });
+    }
+}
+
+void Link::onRetry()
+{
+    const std::lock_guard lock(m_mutex);
+    m_retries = false;
+    if (m_state == State::connecting) {
+        m_state = State::closed;
+        connect();
+    }
+    if (m_state == State::open) {
+        m_isBlocked = false;
+        flushLocked(packetsAtOnce);
+    }
+}
+
+void Link::push(MessagePtr message)
+{
+    ++m_messages;
+    m_bytes += message->footprint();
+    if (m_isCounted) {
+        m_process.flow().add({m_destination, m_toServer, message->process, message->footprint()});
+    }
+    m_list.push(std::move(message));
+    if (m_state == State::connecting) {
+        count();
+    }
+    if (!m_isCounted) {
+        return;
+    }
+    const Flow& flow = m_process.flow();
+    const std::size_t waiting = flow.waitingFor(m_destination);
+    if (waiting > Flow::maxWaiting && m_bytes >= waiting / 2) {
+        cutOffLocked();
+    } else if (waiting > Flow::maxWaiting || flow.waitingInAll() > Flow::maxWaitingInAll) {
+        m_process.cutLargest();
+    }
+}
+
+/// From now on what waits is more than a packet that is being collected.
+void Link::count()
+{
+    if (!std::exchange(m_isCounted, true)) {
+        for (const Message* message = m_list.first(); message != nullptr; message = message->next) {
+            m_process.flow().add({m_destination, m_toServer, message->process, message->footprint()});
         }
-        io.after(parkingTime, [watcher, ref = frame.ref] {
-            if (const auto queue = watcher.queue.lock()) {
-                queue->releaseParked(ref);
-            }
-        });
+    }
+}
+
+void Link::popFront(std::size_t count)
+{
+    m_messages -= count;
+    for (; count > 0; --count) {
+        const MessagePtr message = m_list.pop();
+        m_bytes -= message->footprint();
+        if (m_isCounted) {
+            m_process.flow().remove({m_destination, m_toServer, message->process, message->footprint()});
+        }
+    }
+    m_isCounted = m_isCounted && !m_list.empty();
+}
+
+void Link::clear()
+{
+    const bool wasCounted = m_isCounted;
+    popFront(m_messages);
+    if (wasCounted) {
+        m_process.flow().relieved();
+    }
+}
+
+SendResult Link::transmit(std::size_t& count)
+{
+    const std::size_t large = goesAsMemfd(*m_list.first()) ? m_list.first()->frame.size : 0;
+    if (large != 0 && m_inMemfds != 0) {
+        if (isEmpty(m_socket.get())) {
+            m_inMemfds = 0;
+        } else if (m_inMemfds + large > maxInMemfds) {
+            return SendResult::full;
+        }
+    }
+    const SendResult result = sendPacket(m_socket.get(), m_list.first(), count);
+    m_inMemfds += result == SendResult::sent ? large : 0;
+    return result;
+}
+
+void Link::flushLocked(std::size_t maxPackets)
+{
+    const bool wasCounted = m_isCounted;
+    for (std::size_t packets = 0; m_state == State::open && !m_list.empty(); ++packets) {
+        std::size_t count = 0;
+        const SendResult result = packets == maxPackets ? SendResult::full : transmit(count);
+        if (result == SendResult::sent) {
+            popFront(count);
+        } else if (result == SendResult::broken) {
+            lose();
+        } else {
+            this->count();
+            waitToSend(result);
+            break;
+        }
+    }
+    if (wasCounted) {
+        m_process.flow().relieved();
+    }
+}
+
+void Link::waitToSend(SendResult result)
+{
+    m_isBlocked = true;
+    if (result == SendResult::later) {
+        connectLater(shortageRetry);
+    } else {
+        watch();
+    }
+}
+
+/// Edge triggered: the event comes whenever the peer has read something, also where the socket has space but too much
+/// memory is on its way.
+void Link::watch()
+{
+    m_process.io().modify(m_token, m_socket.get(), EPOLLRDHUP | EPOLLET | (m_isBlocked ? EPOLLOUT : 0U));
+}
+
+void Link::onEvents(std::uint64_t connection, std::uint32_t events)
+{
+    const std::lock_guard lock(m_mutex);
+    if (connection != m_connection || m_state != State::open) {
+        return;
+    }
+    if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
+        lose();
+        return;
+    }
+    m_isProven = m_isProven || (events & EPOLLRDHUP) != 0;
+    if (m_isBlocked && (events & EPOLLOUT) != 0) {
+        m_isBlocked = false;
+        flushLocked(packetsAtOnce);
+        if (m_state == State::open && !m_isBlocked) {
+            watch();
+        }
+    }
+}
+
+void Link::cutOff()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_state == State::connecting || m_state == State::open) {
+        cutOffLocked();
+    }
+}
+
+void Link::cutOffLocked()
+{
+    logLine("process %d (number %u) cut off: more than %zu MiB waiting", static_cast<int>(m_peer.pid), m_destination,
+            m_bytes >> 20);
+    const auto now = Clock::now();
+    m_cuts = now - m_lastCut < cutsForgotten ? m_cuts + 1 : 1;
+    m_lastCut = now;
+    close();
+    m_process.linkCutOff(m_destination, m_queue);
+    retireLater(cutsForgotten);
+}
+
+void Link::close()
+{
+    m_state = State::closed;
+    if (m_socket) {
+        m_process.io().remove(m_token, m_socket.get());
+        m_process.closer().close(std::move(m_socket));
+    }
+    clear();
+}
+
+/// The connection has ended, or none can be made.
+void Link::lose()
+{
+    const bool isRefused = m_socket && !m_isProven;
+    const Identity peer = m_peer;
+    close();
+    m_closedUntil = isRefused ? Clock::now() + refusedRest : Clock::time_point();
+    if (m_queue == 0) {
+        m_process.lostProcess(m_destination, peer, isRefused);
+    }
+    if (isRefused || m_cuts != 0) {
+        retireLater(m_cuts != 0 ? Clock::duration(cutsForgotten) : Clock::duration(refusedRest));
+    } else {
+        m_state = State::retired;
+        m_process.removeLink(*this);
+    }
+}
+
+/// For as long as it remembers something.
+void Link::retireLater(Clock::duration delay)
+{
+    m_process.io().after(delay, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self) {
+            return;
+        }
+        const std::lock_guard lock(self->m_mutex);
+        if (self->m_state == State::closed) {
+            self->m_state = State::retired;
+            self->m_process.removeLink(*self);
+        }
     });
 }
 

@@ -7,8 +7,8 @@
 namespace kiv {
 namespace {
 
-constexpr std::uint32_t liveMagic = 0x6B69766D;
-constexpr std::uint32_t freedMagic = 0xDEAD6B76;
+constexpr std::uint16_t liveMagic = 0x6B76;
+constexpr std::uint16_t freedMagic = 0xDEAD;
 
 } // namespace
 
@@ -39,7 +39,8 @@ MessagePtr makeMessage(std::uint32_t size, bool zeroed)
     if (block == nullptr) {
         return nullptr;
     }
-    return MessagePtr(new (block) Message{nullptr, 0, liveMagic, {KIV_NO_MBOX, KIV_NO_MBOX, size, FrameKind::inlined}});
+    return MessagePtr(new (block)
+                          Message{nullptr, 0, 0, liveMagic, {KIV_NO_MBOX, KIV_NO_MBOX, size, FrameKind::inlined}});
 }
 
 void MessageList::push(MessagePtr message)

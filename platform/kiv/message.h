@@ -14,6 +14,9 @@ namespace kiv {
 enum class FrameKind : std::uint32_t {
     inlined = 1, ///< the payload follows the header
     memfd = 2,   ///< the payload is a sealed memfd that comes with the frame
+    monitor = 3, ///< to a process: tell the sender when the receiver dies; the payload is a reference
+    unmonitor = 4,
+    dead = 5, ///< the sender died; the payload is the reference of the receiver's monitor
 };
 
 struct FrameHeader {
@@ -25,8 +28,9 @@ struct FrameHeader {
 
 struct Message {
     Message* next;
-    std::uint32_t ref; ///< of the monitor or hunt that delivered it, or 0
-    std::uint32_t magic;
+    std::uint32_t ref;     ///< of the monitor or hunt that delivered it, or 0
+    std::uint16_t process; ///< received: where it came from, 0 for this one; to be sent: on whose behalf
+    std::uint16_t magic;
     FrameHeader frame;
 
     kiv_msg* payload() { return reinterpret_cast<kiv_msg*>(this + 1); }
@@ -65,7 +69,6 @@ public:
 
     bool empty() const { return m_first == nullptr; }
     Message* first() const { return m_first; }
-    Message* last() const { return m_last; }
     void push(MessagePtr message);
     void append(MessageList& other);
     MessagePtr pop() { return takeAfter(nullptr); }

@@ -1,9 +1,13 @@
 #include "kiv/process.h"
 
-#include "kiv/id.h"
+#include "kiv/door.h"
+#include "kiv/frame.h"
+#include "tap/tap.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <thread>
@@ -17,11 +21,22 @@ using namespace std::chrono_literals;
 
 constexpr auto exitPatience = 500ms;
 constexpr auto exitInterval = 1ms;
+/// Half of what a collected message may wait: one that just missed a tick goes with the next.
+constexpr auto flushInterval = 500us;
+/// So long the I/O thread ticks on without being woken for it.
+constexpr auto flushLinger = 100ms;
+constexpr auto monitorRetry = 100ms;
+/// Between the first indices of processes that had the same number one after the other.
+constexpr std::uint32_t indexStride = 1009;
+/// What one process can make this one remember: each of its threads may watch thousands of mailboxes, not more.
+constexpr std::size_t maxRemote = 20'000;
+/// Each has a name in the unit's folder: an honest process, with a mailbox for each of its clients, stays below.
+constexpr std::size_t maxMailboxes = 20'000;
 
 /// What a forked child inherited and must not touch; reachable, so that it is no leak.
 struct Abandoned {
     Process* process;
-    std::shared_ptr<Queue> queue;
+    ThreadMailbox mailbox;
     Abandoned* next;
 };
 
@@ -44,11 +59,12 @@ public:
     ThreadLife() = default;
     ~ThreadLife()
     {
-        threadEnds = true;
+        flushCollected();
         Process* process = current;
         if (mailbox.queue && process != nullptr) {
             process->removeQueue(mailbox.queue);
         }
+        threadEnds = true;
     }
     ThreadLife(const ThreadLife&) = delete;
     ThreadLife& operator=(const ThreadLife&) = delete;
@@ -70,9 +86,9 @@ void inChild()
 {
     closeAllDescriptors();
     ThreadMailbox* own = threadMailbox();
-    abandoned = new Abandoned{current.exchange(nullptr), own != nullptr ? std::move(own->queue) : nullptr, abandoned};
+    abandoned = new Abandoned{current.exchange(nullptr), {}, abandoned};
     if (own != nullptr) {
-        *own = {};
+        std::swap(abandoned->mailbox, *own);
     }
     inParent();
 }
@@ -96,6 +112,10 @@ ThreadMailbox* threadMailbox()
     static thread_local ThreadLife life;
     return &life.mailbox;
 }
+
+Process::Process() : m_flow([this] { resume(); }), m_hunts(*this) {}
+
+Process::~Process() = default;
 
 Process* Process::get()
 {
@@ -135,108 +155,136 @@ void Process::atExit()
 void Process::leave()
 {
     std::vector<std::pair<std::string, kiv_mbox_id_t>> names;
-    std::vector<std::uint32_t> slots;
-    std::vector<std::shared_ptr<Link>> links;
     {
         const std::lock_guard lock(m_tables);
         for (const auto& [id, mailbox] : m_mailboxes) {
             names.emplace_back(mailbox.name, id);
-        }
-        for (const auto& [number, slot] : m_slots) {
-            slots.push_back(number);
-        }
-        for (const auto& [slot, link] : m_links) {
-            links.push_back(link);
         }
     }
     for (const auto& [name, id] : names) {
         m_registry.removeName(name, id);
     }
     const auto end = std::chrono::steady_clock::now() + exitPatience;
-    for (const auto& link : links) {
+    for (const auto& link : links()) {
+        link->flush(nullptr);
         while (!link->idle() && std::chrono::steady_clock::now() < end) {
             std::this_thread::sleep_for(exitInterval);
         }
     }
-    for (const std::uint32_t slot : slots) {
-        m_registry.removeSlot(slot);
+    if (m_number != 0) {
+        m_registry.removeProcess(m_number);
     }
+}
+
+/// The I/O thread and the number. Returns 0 or an errno value.
+int Process::start()
+{
+    if (m_number != 0) {
+        return 0;
+    }
+    tap::start();
+    const std::lock_guard lock(m_starting);
+    const int error = m_number != 0 ? 0 : m_io.start();
+    return error != 0 || m_number != 0 ? error : takeNumber();
+}
+
+int Process::takeNumber()
+{
+    Registry::Claim claim = m_registry.claim();
+    if (!claim.listening) {
+        return errno;
+    }
+    m_round = claim.round;
+    const auto door = std::make_shared<Door>(*this);
+    if (!door->open(std::move(claim.listening))) {
+        m_registry.removeProcess(claim.process);
+        return ENOSPC;
+    }
+    m_io.post([this, door] { m_door = door; });
+    m_number = claim.process;
+    return 0;
+}
+
+/// With the tables locked. 0 where all are taken.
+std::uint32_t Process::freeQueueNumber() const
+{
+    for (std::uint32_t number = 1; number <= largeQueues; ++number) {
+        if (!m_queues[number].queue) {
+            return number;
+        }
+    }
+    // Round and round, so that the number of a thread that ended rests for long.
+    constexpr std::uint32_t small = lastQueue - largeQueues;
+    for (std::uint32_t step = 0; step < small; ++step) {
+        const std::uint32_t number = largeQueues + 1 + (m_lastSmall - largeQueues + step) % small;
+        if (!m_queues[number].queue) {
+            return number;
+        }
+    }
+    return 0;
 }
 
 std::shared_ptr<Queue> Process::createQueue(const std::string& name, kiv_mbox_id_t& first)
 {
-    if (const int error = m_io.start(); error != 0) {
-        errno = error;
-        return nullptr;
-    }
-    Registry::Slot claimed = m_registry.claimSlot();
-    if (!claimed.listening) {
-        return nullptr;
-    }
-    const std::uint32_t slot = claimed.number;
-    auto queue = std::make_shared<Queue>(m_registry, slot);
-    if (const int error = queue->open(); error != 0) {
-        m_registry.removeSlot(slot);
-        queue.reset();
-        errno = error;
-        return nullptr;
-    }
-    // From here on the slot is given back by its object.
-    auto socket = std::make_shared<SlotSocket>(*this, std::move(claimed), queue);
-    if (!*socket) {
-        socket.reset();
-        queue.reset();
-        errno = ENOSPC;
-        return nullptr;
-    }
-    {
-        const std::lock_guard lock(m_tables);
-        m_slots[slot] = {queue, socket, KIV_NO_MBOX};
-    }
-    first = addMailbox(queue, name);
-    if (first != KIV_NO_MBOX) {
+    std::shared_ptr<Queue> queue;
+    if ((errno = start()) != 0) {
         return queue;
     }
-    const int error = errno;
     {
         const std::lock_guard lock(m_tables);
-        m_slots.erase(slot);
+        const std::uint32_t number = freeQueueNumber();
+        if (number == 0) {
+            errno = ENOSPC;
+            return queue;
+        }
+        Owned& owned = m_queues[number];
+        // The numbers of processes go round: ids of the dead rest for longer still.
+        const std::uint32_t before =
+            owned.lastIndex != 0 ? owned.lastIndex : m_round * indexStride % lastIndexOf(number);
+        queue = std::make_shared<Queue>(*this, number, before);
+        if ((errno = queue->open()) != 0) {
+            return nullptr;
+        }
+        owned.queue = queue;
+        owned.first = KIV_NO_MBOX;
+        m_lastSmall = number > largeQueues ? number : m_lastSmall;
     }
-    socket.reset();
-    queue.reset();
-    errno = error;
-    return nullptr;
+    first = addMailbox(queue, name);
+    if (first == KIV_NO_MBOX) {
+        const int error = errno;
+        removeQueue(queue);
+        errno = error;
+        return nullptr;
+    }
+    return queue;
 }
 
 kiv_mbox_id_t Process::addMailbox(const std::shared_ptr<Queue>& queue, const std::string& name)
 {
-    std::shared_ptr<SlotSocket> socket; // keeps the slot alive while the name is made
     const kiv_mbox_id_t id = queue->addMailbox();
     if (id == KIV_NO_MBOX) {
-        errno = ENOSPC;
+        errno = queue->closed() ? EINVAL : ENOSPC;
         return id;
     }
+    int error = 0;
     {
         // Before the name is there: who finds it may send at once.
         const std::lock_guard lock(m_tables);
-        const auto slot = m_slots.find(queue->slot());
-        if (slot == m_slots.end() || slot->second.queue != queue) {
-            errno = EINVAL; // another thread has just deleted it
-            return KIV_NO_MBOX;
+        Owned& owned = m_queues[queue->number()];
+        error = owned.queue != queue                 ? EINVAL // another thread has just deleted it
+                : m_mailboxes.size() >= maxMailboxes ? ENOSPC
+                                                     : 0;
+        if (error == 0) {
+            owned.first = owned.first == KIV_NO_MBOX ? id : owned.first;
+            m_mailboxes[id] = {name, queue};
         }
-        socket = slot->second.socket;
-        if (slot->second.first == KIV_NO_MBOX) {
-            slot->second.first = id;
-        }
-        m_mailboxes[id] = {name, queue};
     }
-    if (const int error = m_registry.addName(name, id); error != 0) {
-        {
-            const std::lock_guard lock(m_tables);
-            m_mailboxes.erase(id);
-        }
+    if (error == 0 && (error = m_registry.addName(name, id)) != 0) {
+        const std::lock_guard lock(m_tables);
+        m_mailboxes.erase(id);
+    }
+    if (error != 0) {
         queue->removeMailbox(id);
-        socket.reset();
         errno = error;
         return KIV_NO_MBOX;
     }
@@ -250,87 +298,89 @@ kiv_mbox_id_t Process::addMailbox(const std::shared_ptr<Queue>& queue, const std
 bool Process::removeMailbox(kiv_mbox_id_t id)
 {
     Mailbox mailbox;
-    std::shared_ptr<SlotSocket> socket;
+    bool isFirst = false;
     {
         const std::lock_guard lock(m_tables);
         const auto found = m_mailboxes.find(id);
-        const auto slot = m_slots.find(slotOf(id));
-        if (found == m_mailboxes.end() || slot == m_slots.end()) {
+        if (found == m_mailboxes.end()) {
             return false;
         }
         mailbox = found->second;
-        if (slot->second.first != id) {
-            socket = slot->second.socket;
+        isFirst = m_queues[mailbox.queue->number()].first == id;
+        if (!isFirst) {
             m_mailboxes.erase(found);
         }
     }
-    if (!socket) {
+    if (isFirst) {
         removeQueue(mailbox.queue);
         return true;
     }
     mailbox.queue->removeMailbox(id);
     m_registry.removeName(mailbox.name, id);
-    socket->announceDeath(id);
-    for (const LocalMonitor& monitor : takeMonitors(id)) {
-        if (const auto queue = monitor.queue.lock()) {
-            queue->deliver(monitor.ref, id);
-        }
-    }
+    tellDeath(id, takeWatchers(id));
     return true;
 }
 
 void Process::removeQueue(const std::shared_ptr<Queue>& queue)
 {
-    Slot slot;
-    std::vector<std::pair<kiv_mbox_id_t, Mailbox>> mailboxes;
+    std::vector<std::pair<kiv_mbox_id_t, std::string>> mailboxes;
     {
         const std::lock_guard lock(m_tables);
-        const auto found = m_slots.find(queue->slot());
+        Owned& owned = m_queues[queue->number()];
         // The number may have been handed out again.
-        if (found == m_slots.end() || found->second.queue != queue) {
+        if (owned.queue != queue) {
             return;
         }
-        slot = std::move(found->second);
-        m_slots.erase(found);
+        owned.queue.reset();
+        owned.lastIndex = queue->lastIndex();
         for (auto at = m_mailboxes.begin(); at != m_mailboxes.end();) {
             if (at->second.queue == queue) {
-                mailboxes.emplace_back(at->first, std::move(at->second));
+                mailboxes.emplace_back(at->first, std::move(at->second.name));
                 at = m_mailboxes.erase(at);
             } else {
                 ++at;
             }
         }
     }
-    for (const auto& [id, mailbox] : mailboxes) {
-        m_registry.removeName(mailbox.name, id); // free before a receiver that waits is woken
+    for (const auto& [id, name] : mailboxes) {
+        m_registry.removeName(name, id); // free before a receiver that waits is woken
     }
     for (const auto& [ref, watch] : queue->close()) {
         if (watch.name.empty()) {
-            cancelMonitor(ref, watch.mailbox);
+            cancelMonitor(ref, watch.mailbox, watch.message->frame.receiver);
         } else {
             m_hunts.cancel(ref);
         }
     }
-    slot.socket->announceEnd();
-    for (const auto& [id, mailbox] : mailboxes) {
-        for (const LocalMonitor& monitor : takeMonitors(id)) {
-            if (const auto watching = monitor.queue.lock()) {
-                watching->deliver(monitor.ref, id);
-            }
-        }
+    for (const auto& [id, name] : mailboxes) {
+        tellDeath(id, takeWatchers(id));
     }
 }
 
-std::vector<Process::LocalMonitor> Process::takeMonitors(kiv_mbox_id_t id)
+std::vector<Process::Watcher> Process::takeWatchers(kiv_mbox_id_t id)
 {
-    std::vector<LocalMonitor> taken;
+    std::vector<Watcher> taken;
     const std::lock_guard lock(m_tables);
-    const auto [begin, end] = m_monitors.equal_range(id);
+    const auto [begin, end] = m_watchers.equal_range(id);
     for (auto at = begin; at != end; ++at) {
-        taken.push_back(std::move(at->second));
+        taken.push_back(at->second);
+        if (processOf(at->second.mailbox) != m_number) {
+            --m_remoteCount[processOf(at->second.mailbox)];
+        }
     }
-    m_monitors.erase(begin, end);
+    m_watchers.erase(begin, end);
     return taken;
+}
+
+void Process::tellDeath(kiv_mbox_id_t mailbox, const std::vector<Watcher>& watchers)
+{
+    for (const Watcher& watcher : watchers) {
+        if (processOf(watcher.mailbox) != m_number) {
+            sendControl(FrameKind::dead, mailbox, watcher.mailbox, watcher.ref);
+        } else if (const auto queue = queueOfMailbox(watcher.mailbox)) {
+            queue->deliver(watcher.ref, mailbox);
+        }
+    }
 }
 
 bool Process::hasMailbox(kiv_mbox_id_t id)
@@ -339,40 +389,44 @@ bool Process::hasMailbox(kiv_mbox_id_t id)
     return m_mailboxes.contains(id);
 }
 
-std::shared_ptr<Queue> Process::queueOf(kiv_mbox_id_t id)
+std::shared_ptr<Queue> Process::queueOfMailbox(kiv_mbox_id_t id)
 {
     const std::lock_guard lock(m_tables);
     const auto found = m_mailboxes.find(id);
     return found != m_mailboxes.end() ? found->second.queue : nullptr;
 }
 
-/// With the tables locked.
-std::shared_ptr<Link> Process::linkTo(std::uint32_t slot)
+std::shared_ptr<Queue> Process::queueNumber(std::uint32_t number)
 {
-    std::shared_ptr<Link>& link = m_links[slot];
+    const std::lock_guard lock(m_tables);
+    return m_queues[number].queue;
+}
+
+/// With the tables locked.
+std::shared_ptr<Link> Process::linkTo(std::uint32_t process, std::uint32_t queue)
+{
+    std::shared_ptr<Link>& link = m_links[process << mailboxBits | queue];
     if (!link) {
-        link = std::make_shared<Link>(*this, slot);
+        link = std::make_shared<Link>(*this, process, queue);
     }
     return link;
 }
 
-std::uint64_t Process::sentTo(std::uint32_t slot, pid_t process)
+std::vector<std::shared_ptr<Link>> Process::links()
 {
-    std::shared_ptr<Link> link;
-    {
-        const std::lock_guard lock(m_tables);
-        if (const auto found = m_links.find(slot); found != m_links.end()) {
-            link = found->second;
-        }
+    std::vector<std::shared_ptr<Link>> all;
+    const std::lock_guard lock(m_tables);
+    for (const auto& [key, link] : m_links) {
+        all.push_back(link);
     }
-    return link ? link->sentTo(process) : 0;
+    return all;
 }
 
 void Process::removeLink(const Link& link)
 {
     std::shared_ptr<Link> removed;
     const std::lock_guard lock(m_tables);
-    const auto found = m_links.find(link.slot());
+    const auto found = m_links.find(link.destination() << mailboxBits | link.queue());
     if (found != m_links.end() && found->second.get() == &link) {
         removed = std::move(found->second);
         m_links.erase(found);
@@ -381,42 +435,98 @@ void Process::removeLink(const Link& link)
 
 void Process::send(MessagePtr message, kiv_mbox_id_t receiver, kiv_mbox_id_t sender)
 {
-    std::shared_ptr<SlotSocket> from;
-    std::shared_ptr<Queue> queue;
-    std::shared_ptr<Link> link;
+    std::shared_ptr<Queue> own;
+    const bool isLocal = processOf(receiver) == m_number;
     {
         const std::lock_guard lock(m_tables);
-        if (sender != KIV_NO_MBOX) {
-            // A clone that is gone may still be named: what is proven to receivers is the queue.
-            const auto own = m_slots.find(slotOf(sender));
-            if (!isMailboxId(sender) || own == m_slots.end()) {
-                return;
-            }
-            from = own->second.socket;
+        // A clone that is gone may still be named, as long as its queue lives.
+        if (sender != KIV_NO_MBOX &&
+            (!isMailboxId(sender) || processOf(sender) != m_number || !m_queues[queueOf(sender)].queue)) {
+            return;
         }
-        if (const auto slot = m_slots.find(slotOf(receiver)); slot != m_slots.end()) {
-            queue = slot->second.queue;
-        } else {
-            link = linkTo(slotOf(receiver));
+        if (isLocal) {
+            own = m_queues[queueOf(receiver)].queue;
         }
     }
     message->ref = 0;
-    message->frame.sender = sender;
-    message->frame.receiver = receiver;
-    if (queue) {
-        queue->push(std::move(message));
-    } else if (m_io.start() == 0) {
-        link->send(std::move(message), from);
+    message->frame = {sender, receiver, message->frame.size, FrameKind::inlined};
+    if (tap::isOpen()) {
+        copyToTap(*message);
     }
+    if (!isLocal) {
+        ThreadMailbox* thread = threadMailbox();
+        const bool collects =
+            thread != nullptr && (thread->dispatches != 0 || (thread->queue && thread->queue->hasQueued()));
+        message->process = currentCause;
+        sendOver(processOf(receiver), queueOf(receiver), std::move(message), collects ? thread : nullptr);
+    } else if (own) {
+        message->process = 0;
+        own->push(std::move(message));
+    }
+}
+
+void Process::copyToTap(const Message& message)
+{
+    const auto nameOf = [this](kiv_mbox_id_t id) {
+        const std::lock_guard lock(m_tables);
+        const auto found = m_mailboxes.find(id);
+        return found != m_mailboxes.end() ? found->second.name : std::string();
+    };
+    const std::string sender = nameOf(message.frame.sender);
+    const std::string receiver = nameOf(message.frame.receiver);
+    tap::copy({.carrier = tap::Carrier::kiv,
+               .sender = message.frame.sender,
+               .receiver = message.frame.receiver,
+               .senderName = sender,
+               .receiverName = receiver,
+               .size = message.frame.size,
+               .bytes = message.payload()});
+}
+
+void Process::sendOver(std::uint32_t process, std::uint32_t queue, MessagePtr message, ThreadMailbox* collector)
+{
+    if (start() != 0) {
+        return;
+    }
+    for (bool sent = false; !sent;) {
+        std::shared_ptr<Link> link;
+        {
+            const std::lock_guard lock(m_tables);
+            link = linkTo(process, queue);
+        }
+        sent = link->send(message, collector);
+    }
+}
+
+void Process::sendControl(FrameKind kind, kiv_mbox_id_t sender, kiv_mbox_id_t receiver, std::uint32_t ref)
+{
+    MessagePtr message = makeMessage(sizeof ref, false);
+    if (!message) {
+        throw std::bad_alloc();
+    }
+    std::memcpy(static_cast<void*>(message->payload()), &ref, sizeof ref);
+    message->frame = {sender, receiver, sizeof ref, kind};
+    sendOver(processOf(receiver), kind == FrameKind::dead ? queueOf(receiver) : 0, std::move(message), nullptr);
 }
 
 kiv_mbox_id_t Process::locate(const std::string& name)
 {
     const kiv_mbox_id_t id = m_registry.readName(name);
-    if (id == KIV_NO_MBOX || hasMailbox(id)) {
-        return id;
+    if (id == KIV_NO_MBOX || processOf(id) == m_number) {
+        return hasMailbox(id) ? id : KIV_NO_MBOX;
     }
-    return m_registry.isAlive(slotOf(id)) ? id : KIV_NO_MBOX;
+    return m_registry.isAlive(processOf(id)) ? id : KIV_NO_MBOX;
+}
+
+Link::Clock::duration Process::restOf(kiv_mbox_id_t id)
+{
+    std::shared_ptr<Link> link;
+    {
+        const std::lock_guard lock(m_tables);
+        const auto found = m_links.find(processOf(id) << mailboxBits | queueOf(id));
+        link = found != m_links.end() ? found->second : nullptr;
+    }
+    return link ? link->rest() : Link::Clock::duration::zero();
 }
 
 std::uint32_t Process::nextRef()
@@ -434,52 +544,242 @@ std::uint32_t Process::monitor(kiv_mbox_id_t mailbox, MessagePtr message, const 
     const std::uint32_t ref = nextRef();
     message->frame.receiver = receiver;
     queue->addWatch(ref, {std::move(message), mailbox, {}});
-    std::shared_ptr<Link> link;
-    if (isMailboxId(mailbox)) {
+    const bool isRemote = isMailboxId(mailbox) && processOf(mailbox) != m_number;
+    {
         const std::lock_guard lock(m_tables);
         if (m_mailboxes.contains(mailbox)) {
-            m_monitors.emplace(mailbox, LocalMonitor{ref, queue});
+            m_watchers.emplace(mailbox, Watcher{ref, receiver});
             return ref;
         }
-        if (!m_slots.contains(slotOf(mailbox))) {
-            link = linkTo(slotOf(mailbox));
+        if (isRemote) {
+            m_watched[processOf(mailbox)].emplace(ref, Watched{mailbox, queue, receiver});
         }
     }
-    if (link) {
-        link->monitor(ref, mailbox, queue);
+    if (isRemote) {
+        sendControl(FrameKind::monitor, receiver, mailbox, ref);
     } else {
         queue->deliver(ref, mailbox);
     }
     return ref;
 }
 
-void Process::unmonitor(std::uint32_t ref, Queue& queue)
+void Process::unmonitor(std::uint32_t ref, Queue& queue, kiv_mbox_id_t receiver)
 {
     const Queue::Watch cancelled = queue.cancel(ref, false);
     if (cancelled.message) {
-        cancelMonitor(ref, cancelled.mailbox);
+        cancelMonitor(ref, cancelled.mailbox, receiver);
     }
 }
 
-void Process::cancelMonitor(std::uint32_t ref, kiv_mbox_id_t mailbox)
+void Process::cancelMonitor(std::uint32_t ref, kiv_mbox_id_t mailbox, kiv_mbox_id_t receiver)
 {
-    std::shared_ptr<Link> link;
+    if (processOf(mailbox) == m_number) {
+        removeRemote(mailbox, {ref, receiver});
+        return;
+    }
+    bool wasWatched = false;
     {
         const std::lock_guard lock(m_tables);
-        const auto [begin, end] = m_monitors.equal_range(mailbox);
-        for (auto at = begin; at != end; ++at) {
-            if (at->second.ref == ref) {
-                m_monitors.erase(at);
-                return;
+        const auto found = m_watched.find(processOf(mailbox));
+        wasWatched = found != m_watched.end() && found->second.erase(ref) != 0;
+    }
+    if (wasWatched) {
+        sendControl(FrameKind::unmonitor, receiver, mailbox, ref);
+    }
+}
+
+bool Process::addRemote(kiv_mbox_id_t mailbox, const Watcher& watcher)
+{
+    {
+        const std::lock_guard lock(m_tables);
+        if (m_mailboxes.contains(mailbox)) {
+            std::size_t& count = m_remoteCount[processOf(watcher.mailbox)];
+            if (count >= maxRemote) {
+                return false;
+            }
+            ++count;
+            m_watchers.emplace(mailbox, watcher);
+            return true;
+        }
+    }
+    tellDeath(mailbox, {watcher});
+    return true;
+}
+
+void Process::removeRemote(kiv_mbox_id_t mailbox, const Watcher& watcher)
+{
+    const std::lock_guard lock(m_tables);
+    const auto [begin, end] = m_watchers.equal_range(mailbox);
+    const auto found = std::find_if(begin, end, [&](const auto& entry) { return entry.second == watcher; });
+    if (found != end) {
+        if (processOf(watcher.mailbox) != m_number) {
+            --m_remoteCount[processOf(watcher.mailbox)];
+        }
+        m_watchers.erase(found);
+    }
+}
+
+void Process::removeRemoteOf(std::uint32_t process)
+{
+    const std::lock_guard lock(m_tables);
+    if (const auto count = m_remoteCount.extract(process); !count.empty() && count.mapped() != 0) {
+        std::erase_if(m_watchers, [=](const auto& entry) { return processOf(entry.second.mailbox) == process; });
+    }
+}
+
+void Process::forgetWatched(kiv_mbox_id_t mailbox, std::uint32_t ref)
+{
+    const std::lock_guard lock(m_tables);
+    if (const auto found = m_watched.find(processOf(mailbox)); found != m_watched.end()) {
+        found->second.erase(ref);
+    }
+}
+
+void Process::lostProcess(std::uint32_t process, const Identity& identity, bool refused)
+{
+    m_io.post([=, this] { processGone(process, identity, refused); });
+}
+
+/// On the I/O thread.
+void Process::processGone(std::uint32_t process, const Identity& identity, bool refused)
+{
+    const bool lives = refused && m_registry.isAlive(process);
+    if (!lives) {
+        // What it had sent before comes first.
+        if (m_door) {
+            m_door->takeIn();
+            m_door->forget(process);
+        }
+        m_flow.forget(process);
+    }
+    WatchedOf watched;
+    {
+        const std::lock_guard lock(m_tables);
+        if (auto node = m_watched.extract(process); !node.empty()) {
+            watched = std::move(node.mapped());
+        }
+        if (lives) {
+            m_watched[process] = watched;
+        }
+    }
+    if (lives) {
+        // Too busy to have us: everything is asked for once more.
+        m_io.after(monitorRetry, [this, watched] {
+            for (const auto& [ref, one] : watched) {
+                sendControl(FrameKind::monitor, one.receiver, one.mailbox, ref);
+            }
+        });
+        return;
+    }
+    std::unordered_map<std::shared_ptr<Queue>, std::vector<Queue::Death>> deaths;
+    for (const auto& [ref, one] : watched) {
+        if (auto queue = one.queue.lock()) {
+            deaths[std::move(queue)].push_back({ref, one.mailbox});
+        }
+    }
+    for (const auto& [queue, own] : deaths) {
+        queue->died(process, identity, own);
+    }
+}
+
+void Process::linkCutOff(std::uint32_t process, std::uint32_t queue)
+{
+    m_io.post([=, this] {
+        std::vector<std::pair<std::uint32_t, Watched>> fired;
+        {
+            const std::lock_guard lock(m_tables);
+            if (const auto found = m_watched.find(process); found != m_watched.end()) {
+                std::erase_if(found->second, [&](const auto& entry) {
+                    const bool isCut = queueOf(entry.second.mailbox) == queue;
+                    if (isCut) {
+                        fired.push_back(entry);
+                    }
+                    return isCut;
+                });
             }
         }
-        if (const auto found = m_links.find(slotOf(mailbox)); found != m_links.end()) {
-            link = found->second;
+        for (const auto& [ref, watched] : fired) {
+            if (const auto watching = watched.queue.lock()) {
+                watching->deliver(ref, watched.mailbox);
+            }
+            sendControl(FrameKind::unmonitor, watched.receiver, watched.mailbox, ref);
+        }
+    });
+}
+
+void Process::cutLargest()
+{
+    if (m_cutsLargest.exchange(true)) {
+        return;
+    }
+    m_io.post([this] {
+        m_cutsLargest = false;
+        std::shared_ptr<Link> largest;
+        std::size_t most = 0;
+        for (const auto& link : links()) {
+            const bool matters = m_flow.waitingInAll() > Flow::maxWaitingInAll ||
+                                 m_flow.waitingFor(link->destination()) > Flow::maxWaiting;
+            if (const std::size_t waiting = matters ? link->waiting() : 0; waiting > most) {
+                most = waiting;
+                largest = link;
+            }
+        }
+        if (largest) {
+            largest->cutOff();
+        }
+    });
+}
+
+void Process::flushSoon(std::shared_ptr<Link> link)
+{
+    const std::lock_guard lock(m_soonMutex);
+    m_soon.push_back(std::move(link));
+    if (!std::exchange(m_ticks, true)) {
+        m_lastSoon = std::chrono::steady_clock::now();
+        m_io.after(flushInterval, [this] { flushTick(); });
+    }
+}
+
+/// On the I/O thread, for as long as something is collected now and then.
+void Process::flushTick()
+{
+    std::vector<std::shared_ptr<Link>> due;
+    {
+        const std::lock_guard lock(m_soonMutex);
+        due.swap(m_soon);
+        const auto now = std::chrono::steady_clock::now();
+        m_lastSoon = due.empty() ? m_lastSoon : now;
+        m_ticks = now - m_lastSoon < flushLinger;
+        if (m_ticks) {
+            m_io.after(flushInterval, [this] { flushTick(); });
         }
     }
-    if (link) {
-        link->unmonitor(ref);
+    for (const auto& link : due) {
+        link->flush(nullptr);
     }
+}
+
+/// Peers that are held up may be read again.
+void Process::resume()
+{
+    if (m_resumes.exchange(true)) {
+        return;
+    }
+    m_io.post([this] {
+        m_resumes = false;
+        std::vector<std::shared_ptr<Queue>> queues;
+        {
+            const std::lock_guard lock(m_tables);
+            for (const Owned& owned : m_queues) {
+                if (owned.queue) {
+                    queues.push_back(owned.queue);
+                }
+            }
+        }
+        for (const auto& queue : queues) {
+            queue->resume();
+        }
+    });
 }
 
 std::uint32_t Process::hunt(const std::string& name, MessagePtr message, const std::shared_ptr<Queue>& queue,

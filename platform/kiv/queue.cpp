@@ -1,21 +1,18 @@
 #include "kiv/queue.h"
 
-#include "kiv/channel.h"
-#include "kiv/frame.h"
+#include "kiv/flow.h"
 #include "kiv/id.h"
+#include "kiv/log.h"
+#include "kiv/process.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <fcntl.h>
-#include <new>
-#include <poll.h>
+#include <cstring>
+#include <limits>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/mman.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
 #include <unistd.h>
 #include <utility>
 
@@ -24,11 +21,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t batchSize = 8;
 constexpr std::size_t readyAtOnce = 16;
 /// A receive that may not wait gives up behind so many looks that brought nothing of use.
-constexpr unsigned mostLooks = 64;
-constexpr int socketBuffer = 1 << 20;
+constexpr unsigned maxLooks = 64;
+/// So many messages that were pushed, then the connections get their turn.
+constexpr unsigned pushedTurn = 64;
+/// A round of reading ends behind so much.
+constexpr std::size_t maxRound = 4U << 20;
+/// What lies here unreceived of one process, of all, and of the own one.
+constexpr std::size_t maxUnreceived = 8U << 20;
+constexpr std::size_t maxUnreceivedInAll = 64U << 20;
+constexpr std::size_t maxPushed = 64U << 20;
+/// An honest process has one; and for a while a second, where the first was cut off.
+constexpr std::ptrdiff_t maxConnections = 4;
 
 class Deadline
 {
@@ -59,50 +64,6 @@ private:
 
 } // namespace
 
-/// What recvmmsg reads into. The packets' memory is mapped, so that what is never used is never touched.
-struct Queue::Batch {
-    Batch()
-        : packets(static_cast<std::byte*>(::mmap(nullptr, batchSize * maxPacket, PROT_READ | PROT_WRITE,
-                                                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)))
-    {
-        if (static_cast<void*>(packets) == MAP_FAILED) {
-            throw std::bad_alloc();
-        }
-        for (std::size_t i = 0; i < batchSize; ++i) {
-            parts[i] = {packets + i * maxPacket, maxPacket};
-            headers[i].msg_hdr.msg_iov = &parts[i];
-            headers[i].msg_hdr.msg_iovlen = 1;
-            headers[i].msg_hdr.msg_control = controls[i].data();
-        }
-    }
-    ~Batch() { ::munmap(packets, batchSize * maxPacket); }
-    Batch(const Batch&) = delete;
-    Batch& operator=(const Batch&) = delete;
-
-    /// One packet at a time while they come singly, which saves a look in vain; a batch where more lie waiting.
-    int read(int socket)
-    {
-        limit = singles < trySeveral ? 1 : batchSize;
-        for (mmsghdr& header : headers) {
-            header.msg_hdr.msg_controllen = controls[0].size();
-            header.msg_hdr.msg_flags = 0;
-        }
-        const int count =
-            ::recvmmsg(socket, headers.data(), static_cast<unsigned>(limit), MSG_DONTWAIT | MSG_CMSG_CLOEXEC, nullptr);
-        singles = count > 1 ? trySeveral : limit == 1 ? singles + 1 : 0;
-        return count;
-    }
-
-    static constexpr unsigned trySeveral = 8;
-    unsigned singles = 0;
-    std::size_t limit = 1;
-
-    std::byte* packets;
-    std::array<mmsghdr, batchSize> headers{};
-    std::array<iovec, batchSize> parts{};
-    alignas(cmsghdr) std::array<std::array<std::byte, CMSG_SPACE(sizeof(int))>, batchSize> controls{};
-};
-
 bool Selector::matches(const Message& message) const
 {
     if (sender != KIV_ANY_SENDER && message.frame.sender != sender) {
@@ -115,13 +76,16 @@ bool Selector::matches(const Message& message) const
     return std::find(numbers, numbers + *filter, message.payload()->number) != numbers + *filter;
 }
 
-Queue::Queue(const Registry& registry, std::uint32_t slot) : m_registry(registry), m_slot(slot) {}
+Queue::Queue(Process& process, std::uint32_t number, std::uint32_t lastIndex)
+    : m_process(process), m_number(number), m_unreceived(lastProcess + 1), m_lastIndex(lastIndex),
+      m_mailboxes(lastIndexOf(number) + 1)
+{
+}
 
 Queue::~Queue() = default;
 
 int Queue::open()
 {
-    m_batch = std::make_unique<Batch>();
     {
         const DescriptorScope scope;
         m_epoll = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
@@ -137,14 +101,19 @@ Queue::Watches Queue::close()
     const std::lock_guard reading(m_reading);
     const std::lock_guard lock(m_mutex);
     m_closed = true;
-    m_indices.clear();
-    for (const auto& [key, peer] : m_peers) {
-        ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, peer.socket.get(), nullptr);
+    m_mailboxes.assign(m_mailboxes.size(), false);
+    m_mailboxCount = 0;
+    while (!m_peers.empty()) {
+        m_peers.begin()->second.deaths.clear();
+        if (m_peers.begin()->second.isHeld) {
+            m_process.flow().release();
+        }
+        unwatch(m_peers.begin()->second);
+        m_process.closer().close(std::move(m_peers.begin()->second.socket));
+        m_peers.erase(m_peers.begin());
     }
-    m_peers.clear();
-    m_parked.clear();
-    m_local.clear();
-    m_scanned = nullptr;
+    removeIf([](const Message&) { return true; });
+    m_hasQueued = false;
     setEvent(true);
     return std::exchange(m_watches, {});
 }
@@ -152,122 +121,194 @@ Queue::Watches Queue::close()
 void Queue::quieten()
 {
     const std::lock_guard lock(m_mutex);
-    setEvent(!m_local.empty());
+    setEvent(false);
+}
+
+int Queue::descriptor()
+{
+    const std::lock_guard lock(m_mutex);
+    m_isWatched = true;
+    settle();
+    return m_epoll.get();
+}
+
+void Queue::beginDispatch()
+{
+    const std::lock_guard lock(m_mutex);
+    ++m_dispatches;
+}
+
+void Queue::endDispatch()
+{
+    const std::lock_guard lock(m_mutex);
+    m_dispatches -= m_dispatches != 0 ? 1 : 0; // the mailbox may have been made in this very dispatch
+    settle();
 }
 
 kiv_mbox_id_t Queue::addMailbox()
 {
     const std::lock_guard reading(m_reading);
     const std::lock_guard lock(m_mutex);
-    if (m_indices.size() == lastIndex) {
+    const std::uint32_t last = lastIndexOf(m_number);
+    if (m_closed || m_mailboxCount == last) {
         return KIV_NO_MBOX;
     }
     // Round and round, so that the index of a deleted clone rests for long.
-    auto place = m_indices.end();
     do {
-        m_lastIndex = m_lastIndex % lastIndex + 1;
-        place = std::lower_bound(m_indices.begin(), m_indices.end(), m_lastIndex);
-    } while (place != m_indices.end() && *place == m_lastIndex);
-    m_indices.insert(place, m_lastIndex);
-    return makeId(m_slot, m_lastIndex);
+        m_lastIndex = m_lastIndex % last + 1;
+    } while (m_mailboxes[m_lastIndex]);
+    m_mailboxes[m_lastIndex] = true;
+    ++m_mailboxCount;
+    return makeId(m_process.number(), m_number, m_lastIndex);
 }
 
 void Queue::removeMailbox(kiv_mbox_id_t id)
 {
     const std::lock_guard reading(m_reading);
     const std::lock_guard lock(m_mutex);
-    const auto place = std::lower_bound(m_indices.begin(), m_indices.end(), indexOf(id));
-    if (place != m_indices.end() && *place == indexOf(id)) {
-        m_indices.erase(place);
+    if (owns(id)) {
+        m_mailboxes[indexOf(id)] = false;
+        --m_mailboxCount;
     }
-    m_local.removeIf([id](const Message& message) { return message.frame.receiver == id; });
-    m_scanned = nullptr;
-    setEvent(!m_local.empty());
+    removeIf([id](const Message& message) { return message.frame.receiver == id; });
+    settle();
 }
 
 bool Queue::owns(kiv_mbox_id_t id) const
 {
-    return std::binary_search(m_indices.begin(), m_indices.end(), indexOf(id));
+    return m_mailboxes[indexOf(id)];
 }
 
 MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
 {
-    const Deadline deadline(timeout);
-    std::array<epoll_event, readyAtOnce> events;
     MessagePtr taken;
-    bool look = false;
     {
         const std::lock_guard lock(m_mutex);
-        m_scanned = nullptr;
-        taken = takeLocal(selector);
-        look = !taken || ++m_sinceRead >= m_turn;
-        // While this call waits, the event tells of what is new; what didn't match stays quiet until the end.
-        setEvent(!look && !m_local.empty());
+        m_scannedRead = m_scannedPushed = nullptr;
+        taken = take(selector);
+        if (taken && (!m_read.empty() || m_pushedTaken < pushedTurn)) {
+            settle();
+            return taken;
+        }
+        // What didn't match stays quiet while this call waits: the event tells of what is new.
+        m_isWaiting = true;
+        setEvent(false);
     }
-    for (unsigned looks = 0; look && !m_closed; ++looks) {
+    flushCollected();
+    const Deadline deadline(timeout);
+    std::array<epoll_event, readyAtOnce> events;
+    for (unsigned looks = 0; !m_closed; ++looks) {
         const int wait = taken ? 0 : deadline.left();
         const int count = ::epoll_wait(m_epoll.get(), events.data(), static_cast<int>(events.size()), wait);
         if (count > 0) {
             const std::lock_guard reading(m_reading);
-            MessageList fresh;
-            m_packets = 0;
-            readReady({events.data(), static_cast<std::size_t>(count)}, fresh);
-            const std::lock_guard lock(m_mutex);
-            m_sinceRead = 0;
-            // As many are taken as were read before the next are read, or the list would grow under load.
-            m_turn = std::max(localTurn, m_packets);
-            append(fresh);
-            if (!taken) {
-                taken = takeLocal(selector);
-            }
-            look = !taken;
-            setEvent(!look && !m_local.empty());
-        } else if (wait == 0 || (count < 0 && errno != EINTR)) {
-            break;
+            readRound({events.data(), static_cast<std::size_t>(count)});
         }
-        if (wait == 0 && looks >= mostLooks) {
+        const std::lock_guard lock(m_mutex);
+        m_pushedTaken = 0;
+        setEvent(false);
+        taken = taken ? std::move(taken) : take(selector);
+        const bool isOver = count < 0 ? errno != EINTR : wait == 0 && (count == 0 || looks >= maxLooks);
+        if (taken || isOver) {
             break;
         }
     }
-    if (look || m_closed) {
-        const std::lock_guard lock(m_mutex);
-        m_sinceRead = 0;
-        setEvent(!m_local.empty());
+    const std::lock_guard lock(m_mutex);
+    m_isWaiting = false;
+    if (!m_closed) {
+        settle();
     }
     return taken;
+}
+
+MessagePtr Queue::take(const Selector& selector)
+{
+    MessagePtr taken = takeFrom(m_read, m_scannedRead, selector);
+    if (taken) {
+        m_readBytes -= taken->footprint();
+        m_unreceived[taken->process] -= static_cast<std::uint32_t>(taken->footprint());
+    } else if ((taken = takeFrom(m_pushed, m_scannedPushed, selector))) {
+        m_pushedBytes -= taken->footprint();
+        ++m_pushedTaken;
+    }
+    if (taken) {
+        currentCause = taken->process;
+    }
+    return taken;
+}
+
+MessagePtr Queue::takeFrom(MessageList& list, Message*& scanned, const Selector& selector)
+{
+    for (Message* next = nullptr; (next = scanned == nullptr ? list.first() : scanned->next) != nullptr;
+         scanned = next) {
+        if (selector.matches(*next)) {
+            return list.takeAfter(scanned);
+        }
+    }
+    return nullptr;
+}
+
+template <typename Match>
+void Queue::removeIf(Match match)
+{
+    m_scannedRead = m_scannedPushed = nullptr;
+    m_read.removeIf([&](const Message& message) {
+        const bool isMatch = match(message);
+        if (isMatch) {
+            m_readBytes -= message.footprint();
+            m_unreceived[message.process] -= static_cast<std::uint32_t>(message.footprint());
+        }
+        return isMatch;
+    });
+    m_pushed.removeIf([&](const Message& message) {
+        const bool isMatch = match(message);
+        m_pushedBytes -= isMatch ? message.footprint() : 0;
+        return isMatch;
+    });
 }
 
 void Queue::push(MessagePtr message)
 {
     const std::lock_guard lock(m_mutex);
+    if (m_pushedBytes > maxPushed) {
+        logLine("a message of this process dropped: more than %zu MiB waiting", maxPushed >> 20);
+        return;
+    }
     pushLocked(std::move(message));
 }
 
 void Queue::pushLocked(MessagePtr message)
 {
-    if (!m_closed && owns(message->frame.receiver)) {
-        m_local.push(std::move(message));
+    if (m_closed || !owns(message->frame.receiver)) {
+        return;
+    }
+    m_pushedBytes += message->footprint();
+    m_pushed.push(std::move(message));
+    if (m_isWaiting) {
+        m_hasQueued = true;
         setEvent(true);
+    } else {
+        settle();
     }
 }
 
-MessagePtr Queue::takeLocal(const Selector& selector)
+void Queue::appendRead(MessageList& fresh)
 {
-    for (Message* previous = m_scanned;; previous = m_scanned) {
-        const Message* next = previous == nullptr ? m_local.first() : previous->next;
-        if (next == nullptr) {
-            return nullptr;
-        }
-        if (selector.matches(*next)) {
-            return m_local.takeAfter(previous);
-        }
-        m_scanned = previous == nullptr ? m_local.first() : previous->next;
+    for (const Message* message = fresh.first(); message != nullptr; message = message->next) {
+        m_readBytes += message->footprint();
+        m_unreceived[message->process] += static_cast<std::uint32_t>(message->footprint());
     }
+    m_read.append(fresh);
 }
 
-void Queue::append(MessageList& fresh)
+/// Brings the event up to date with the lists.
+void Queue::settle()
 {
-    m_local.append(fresh);
+    const bool hasQueued = !m_read.empty() || !m_pushed.empty();
+    m_hasQueued.store(hasQueued, std::memory_order_relaxed);
+    if (m_dispatches == 0 && (m_isWatched || !hasQueued)) {
+        setEvent(hasQueued);
+    }
 }
 
 void Queue::setEvent(bool set)
@@ -290,7 +331,7 @@ void Queue::addWatch(std::uint32_t ref, Watch watch)
     m_watches.emplace(ref, std::move(watch));
 }
 
-MessagePtr Queue::takeWatchedLocked(std::uint32_t ref, kiv_mbox_id_t sender)
+MessagePtr Queue::takeWatched(std::uint32_t ref, kiv_mbox_id_t sender)
 {
     const auto found = m_watches.find(ref);
     if (found == m_watches.end()) {
@@ -299,6 +340,7 @@ MessagePtr Queue::takeWatchedLocked(std::uint32_t ref, kiv_mbox_id_t sender)
     MessagePtr message = std::move(found->second.message);
     m_watches.erase(found);
     message->ref = ref;
+    message->process = 0;
     message->frame.sender = sender;
     return message;
 }
@@ -307,8 +349,29 @@ void Queue::deliver(std::uint32_t ref, kiv_mbox_id_t sender)
 {
     // In one go: who cancels finds the message either waiting or delivered, never in between.
     const std::lock_guard lock(m_mutex);
-    if (MessagePtr message = takeWatchedLocked(ref, sender)) {
+    if (MessagePtr message = takeWatched(ref, sender)) {
         pushLocked(std::move(message));
+    }
+}
+
+/// Behind what has been read.
+void Queue::deliverRead(const std::vector<Death>& deaths)
+{
+    MessageList fresh;
+    for (const Death& death : deaths) {
+        MessagePtr message = takeWatched(death.ref, death.mailbox);
+        if (message && owns(message->frame.receiver)) {
+            fresh.push(std::move(message));
+        }
+    }
+    if (fresh.empty()) {
+        return;
+    }
+    appendRead(fresh);
+    if (m_isWaiting) {
+        setEvent(true);
+    } else {
+        settle();
     }
 }
 
@@ -324,268 +387,255 @@ Queue::Watch Queue::cancel(std::uint32_t ref, bool hunt)
         }
         return cancelled;
     }
-    m_local.removeIf([ref](const Message& message) { return message.ref == ref; });
-    m_scanned = nullptr;
-    setEvent(!m_local.empty());
+    removeIf([ref](const Message& message) { return message.ref == ref; });
+    settle();
     return cancelled;
 }
 
-void Queue::died(std::uint32_t ref, kiv_mbox_id_t mailbox, pid_t process, std::uint64_t count)
+void Queue::died(std::uint32_t process, const Identity& identity, const std::vector<Death>& deaths)
 {
     const std::lock_guard reading(m_reading);
-    Peer* peer = peerOf(process, slotOf(mailbox));
-    if (peer == nullptr) {
-        if (count == 0 || count == allUnread) {
-            deliver(ref, mailbox);
-        } else {
-            m_parked.push_back({process, {ref, mailbox, count}});
+    Peer* last = nullptr;
+    std::uint64_t lastKey = 0;
+    for (auto& [key, peer] : m_peers) {
+        if (peer.process == process && (!identity || peer.identity == identity)) {
+            // Whoever else holds the sending end can't add to it any more.
+            ::shutdown(peer.socket.get(), SHUT_RD);
+            if (key > lastKey) {
+                last = &peer;
+                lastKey = key;
+            }
         }
+    }
+    if (last != nullptr) {
+        last->deaths.insert(last->deaths.end(), deaths.begin(), deaths.end());
         return;
     }
-    if (peer->received >= count || (count == allUnread && !hasUnread(*peer))) {
-        deliver(ref, mailbox);
-        return;
-    }
-    peer->deaths.push_back({ref, mailbox, count});
+    const std::lock_guard lock(m_mutex);
+    deliverRead(deaths);
 }
 
-void Queue::releaseParked(std::uint32_t ref)
+const char* Queue::addPeer(Descriptor socket, std::uint32_t process, const Identity& identity)
 {
     const std::lock_guard reading(m_reading);
-    const auto found =
-        std::find_if(m_parked.begin(), m_parked.end(), [ref](const Parked& parked) { return parked.death.ref == ref; });
-    if (found != m_parked.end()) {
-        const Death death = found->death;
-        m_parked.erase(found);
-        deliver(death.ref, death.mailbox);
-    }
-}
-
-std::uint64_t Queue::addPeer(pid_t process, std::uint32_t provenSlot, CutOff cutOff, Descriptor& farEnd)
-{
+    const auto isSame = [&](const Peers::value_type& other) {
+        return other.second.process == process && other.second.identity == identity;
+    };
+    const auto former = std::count_if(m_peers.begin(), m_peers.end(), isSame);
     Peer peer;
-    int ends[2] = {-1, -1};
-    {
-        const DescriptorScope scope;
-        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
-            return 0;
-        }
-        peer.socket = Descriptor(ends[0]);
-        peer.farEnd = Descriptor(ends[1]);
-        farEnd = Descriptor(::fcntl(ends[1], F_DUPFD_CLOEXEC, 0));
-    }
-    ::setsockopt(peer.farEnd.get(), SOL_SOCKET, SO_SNDBUF, &socketBuffer, sizeof socketBuffer);
+    peer.socket = std::move(socket);
     peer.process = process;
-    peer.cutOff = std::move(cutOff);
-    if (provenSlot != 0) {
-        peer.provenSlots.push_back(provenSlot);
+    peer.identity = identity;
+    peer.isNext = former == 0;
+    const char* reason = former >= maxConnections                   ? "too many connections"
+                         : m_closed                                 ? ""
+                         : peer.isNext && !watch(++m_lastKey, peer) ? "it can't be watched"
+                                                                    : nullptr;
+    if (reason != nullptr) {
+        m_process.closer().close(std::move(peer.socket));
+        return reason;
     }
+    m_peers.emplace(peer.isNext ? m_lastKey : ++m_lastKey, std::move(peer));
+    return nullptr;
+}
 
-    const std::lock_guard reading(m_reading);
+bool Queue::watch(std::uint64_t key, const Peer& peer)
+{
     epoll_event event{};
     event.events = EPOLLIN;
-    event.data.u64 = ++m_lastKey;
-    if (!farEnd || m_closed || ::epoll_ctl(m_epoll.get(), EPOLL_CTL_ADD, peer.socket.get(), &event) != 0) {
+    event.data.u64 = key;
+    return ::epoll_ctl(m_epoll.get(), EPOLL_CTL_ADD, peer.socket.get(), &event) == 0;
+}
+
+void Queue::unwatch(const Peer& peer)
+{
+    if (peer.isNext && !peer.isHeld) {
+        ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, peer.socket.get(), nullptr);
+    }
+}
+
+bool Queue::mayRead(const Peer& peer) const
+{
+    const std::size_t share = peer.isHeld ? 2 : 1;
+    return m_unreceived[peer.process] <= maxUnreceived / share && m_readBytes <= maxUnreceivedInAll / share &&
+           m_process.flow().mayRead(peer.process, peer.isHeld);
+}
+
+void Queue::hold(std::uint64_t key, Peer& peer)
+{
+    unwatch(peer);
+    m_process.flow().hold();
+    // Counted first, then asked again: a relief in between isn't missed.
+    if (mayRead(peer) && watch(key, peer)) {
+        m_process.flow().release();
+        return;
+    }
+    peer.isHeld = true;
+    ++m_heldPeers;
+}
+
+void Queue::resume()
+{
+    const std::lock_guard reading(m_reading);
+    resumeReading();
+}
+
+void Queue::resumeReading()
+{
+    for (auto& [key, peer] : m_peers) {
+        if (m_heldPeers == 0) {
+            return;
+        }
+        if (peer.isHeld && mayRead(peer) && watch(key, peer)) {
+            peer.isHeld = false;
+            --m_heldPeers;
+            m_process.flow().release();
+        }
+    }
+}
+
+void Queue::readRound(std::span<const epoll_event> ready)
+{
+    std::size_t bytes = 0;
+    for (const epoll_event& event : ready) {
+        if (bytes >= maxRound) {
+            return;
+        }
+        const auto at = m_peers.find(event.data.u64);
+        if (at != m_peers.end()) {
+            bytes += readPeer(at);
+        }
+    }
+    if (m_heldPeers != 0) {
+        resumeReading();
+    }
+}
+
+/// Some packets. Returns the size of their messages.
+std::size_t Queue::readPeer(Peers::iterator at)
+{
+    Peer& peer = at->second;
+    if (!mayRead(peer)) {
+        hold(at->first, peer);
         return 0;
     }
-    const auto own = std::stable_partition(m_parked.begin(), m_parked.end(),
-                                           [process](const Parked& parked) { return parked.process != process; });
-    for (auto parked = own; parked != m_parked.end(); ++parked) {
-        peer.deaths.push_back(parked->death);
-    }
-    m_parked.erase(own, m_parked.end());
-    m_peers.emplace(m_lastKey, std::move(peer));
-    return m_lastKey;
-}
-
-void Queue::addProvenSlot(std::uint64_t key, std::uint32_t slot)
-{
-    const std::lock_guard reading(m_reading);
-    for (auto& [other, peer] : m_peers) {
-        // A slot has one owner: who had it before lost it.
-        std::erase(peer.provenSlots, slot);
-        if (other == key) {
-            peer.provenSlots.push_back(slot);
-        }
-    }
-}
-
-void Queue::endPeer(std::uint64_t key)
-{
     MessageList fresh;
-    const std::lock_guard reading(m_reading);
-    const auto found = m_peers.find(key);
-    if (found == m_peers.end()) {
-        return;
-    }
-    found->second.ended = true;
-    if (hasUnread(found->second)) {
-        // Whoever else holds the sending end can't add to it any more.
-        ::shutdown(found->second.farEnd.get(), SHUT_WR);
-        return;
-    }
-    removePeer(key, fresh);
-    const std::lock_guard lock(m_mutex);
-    if (!fresh.empty()) {
-        append(fresh);
-        setEvent(true);
-    }
-}
-
-void Queue::readReady(std::span<const epoll_event> ready, MessageList& fresh)
-{
-    for (const epoll_event& event : ready) {
-        if (event.data.u64 != 0) {
-            readPeer(event.data.u64, fresh);
+    const char* bad = nullptr;
+    bool isOver = false;
+    for (Packet& packet : m_batch.receive(peer.socket.get(), peer.atOnce)) {
+        peer.atOnce = packet.descriptors.empty() ? PacketBatch::capacity : 1;
+        isOver = isOver || packet.result == Packet::Result::over;
+        if (packet.result == Packet::Result::broken) {
+            bad = "broken connection";
+        } else if (packet.result == Packet::Result::packet && bad == nullptr && !isOver) {
+            bad = takePacket(peer, packet, fresh);
         }
-    }
-}
-
-void Queue::readPeer(std::uint64_t key, MessageList& fresh)
-{
-    const auto found = m_peers.find(key);
-    if (found == m_peers.end()) {
-        return;
-    }
-    Peer& peer = found->second;
-    const int count = m_batch->read(peer.socket.get());
-    const auto packets = static_cast<std::size_t>(std::max(count, 0));
-    m_packets += static_cast<unsigned>(packets);
-    const char* bad = count < 0 && errno != EAGAIN && errno != EINTR ? "broken data connection" : nullptr;
-    bool over = false;
-    for (std::size_t i = 0; i < packets; ++i) {
-        over = over || (m_batch->headers[i].msg_len == 0 && isOver(peer));
-        if (over || bad != nullptr) {
-            // Looked at even behind a bad packet: it may hold descriptors.
-            const Passed passed(m_batch->headers[i].msg_hdr);
-        } else {
-            bad = takePacket(peer, i, fresh);
+        // A memfd closes at once; what else came with a bad packet may not.
+        if (bad != nullptr) {
+            m_process.closer().close(packet.descriptors);
         }
+        packet.descriptors.clear();
+    }
+    std::size_t bytes = 0;
+    {
+        const std::lock_guard lock(m_mutex);
+        const std::size_t before = m_readBytes;
+        appendRead(fresh);
+        bytes = m_readBytes - before;
     }
     if (bad != nullptr) {
-        cut(key, bad, fresh);
-        return;
+        logLine("process %d cut off: %s", static_cast<int>(peer.identity.pid), bad);
     }
-    if (over) {
-        removePeer(key, fresh);
-        return;
+    if (bad != nullptr || isOver) {
+        removePeer(at);
     }
-    if (!peer.ended && peer.deaths.empty()) {
-        return;
-    }
-    const bool drained = packets < m_batch->limit || !hasUnread(peer);
-    if (drained && peer.ended) {
-        removePeer(key, fresh);
-    } else {
-        releaseDeaths(peer, drained, fresh);
-    }
+    return bytes;
 }
 
 /// Null, or why the peer is to be cut off.
-const char* Queue::takePacket(Peer& peer, std::size_t at, MessageList& fresh)
+const char* Queue::takePacket(const Peer& peer, Packet& packet, MessageList& fresh)
 {
-    const mmsghdr& packet = m_batch->headers[at];
-    Passed passed(packet.msg_hdr);
-    ++peer.received;
+    if (packet.bytes.empty()) {
+        return "malformed message";
+    }
+    if (packet.lacksDescriptors && packet.descriptors.empty()) {
+        return "no descriptor left";
+    }
+    FrameReader frames(packet);
+    const char* bad = nullptr;
+    while (bad == nullptr && !frames.atEnd()) {
+        bad = takeFrame(peer, frames.next(), fresh);
+    }
+    return bad;
+}
+
+const char* Queue::takeFrame(const Peer& peer, MessagePtr message, MessageList& fresh)
+{
     constexpr const char* malformed = "malformed message";
-    if ((packet.msg_hdr.msg_flags & MSG_TRUNC) != 0) {
-        return malformed;
-    }
-    if ((packet.msg_hdr.msg_flags & MSG_CTRUNC) != 0) {
-        return passed.size() == 0 ? "no descriptor left" : malformed;
-    }
-    MessagePtr message =
-        parseFrame({m_batch->packets + at * maxPacket, packet.msg_len}, {passed.begin(), passed.size()});
     if (!message) {
         return malformed;
     }
-    const Address address = addressOf(peer, message->frame);
-    if (address == Address::ours) {
+    const FrameHeader frame = message->frame;
+    const Address address = addressOf(peer, frame);
+    if (address == Address::foreign) {
+        return malformed;
+    }
+    if (frame.kind == FrameKind::dead) {
+        if (frame.size != sizeof(std::uint32_t)) {
+            return malformed;
+        }
+        std::uint32_t ref = 0;
+        std::memcpy(&ref, message->payload(), sizeof ref);
+        const std::lock_guard lock(m_mutex);
+        const auto watch = m_watches.find(ref);
+        const bool isAwaited = watch != m_watches.end() && watch->second.mailbox == frame.sender;
+        message = isAwaited ? takeWatched(ref, frame.sender) : nullptr;
+        m_process.forgetWatched(frame.sender, ref);
+    } else if (frame.kind != FrameKind::inlined && frame.kind != FrameKind::memfd) {
+        return malformed;
+    } else {
+        message->process = static_cast<std::uint16_t>(peer.process);
+    }
+    if (message && owns(message->frame.receiver)) {
         fresh.push(std::move(message));
-    }
-    return address == Address::foreign ? malformed : nullptr;
-}
-
-Queue::Address Queue::addressOf(Peer& peer, const FrameHeader& frame)
-{
-    if (!isMailboxId(frame.receiver) || slotOf(frame.receiver) != m_slot) {
-        return Address::foreign;
-    }
-    if (frame.sender != KIV_NO_MBOX && !(isMailboxId(frame.sender) && isProven(peer, slotOf(frame.sender)))) {
-        return Address::foreign;
-    }
-    return owns(frame.receiver) ? Address::ours : Address::gone;
-}
-
-bool Queue::isProven(Peer& peer, std::uint32_t slot)
-{
-    const auto& proven = peer.provenSlots;
-    if (std::find(proven.rbegin(), proven.rend(), slot) != proven.rend()) {
-        return true;
-    }
-    // The claim is still on its way to the I/O thread.
-    if (m_registry.ownerOf(slot, true) != peer.process) {
-        return false;
-    }
-    peer.provenSlots.push_back(slot);
-    return true;
-}
-
-void Queue::releaseDeaths(Peer& peer, bool drained, MessageList& fresh)
-{
-    const std::lock_guard lock(m_mutex);
-    std::erase_if(peer.deaths, [&](const Death& death) {
-        const bool due = peer.received >= death.count || (drained && death.count == allUnread);
-        if (MessagePtr message = due ? takeWatchedLocked(death.ref, death.mailbox) : nullptr) {
-            fresh.push(std::move(message));
-        }
-        return due;
-    });
-}
-
-void Queue::removePeer(std::uint64_t key, MessageList& fresh)
-{
-    const auto found = m_peers.find(key);
-    Peer& peer = found->second;
-    peer.received = allUnread;
-    releaseDeaths(peer, true, fresh);
-    ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, peer.socket.get(), nullptr);
-    m_peers.erase(found);
-}
-
-void Queue::cut(std::uint64_t key, const char* reason, MessageList& fresh)
-{
-    Peer& peer = m_peers.find(key)->second;
-    if (!peer.ended) {
-        peer.cutOff(reason);
-    }
-    removePeer(key, fresh);
-}
-
-Queue::Peer* Queue::peerOf(pid_t process, std::uint32_t slot)
-{
-    for (auto& [key, peer] : m_peers) {
-        const auto& proven = peer.provenSlots;
-        if (process != 0 ? peer.process == process : std::find(proven.begin(), proven.end(), slot) != proven.end()) {
-            return &peer;
-        }
     }
     return nullptr;
 }
 
-/// Whether the sender closed its end, which a packet of length 0 looks like.
-bool Queue::isOver(const Peer& peer)
+Queue::Address Queue::addressOf(const Peer& peer, const FrameHeader& frame) const
 {
-    pollfd state{peer.socket.get(), POLLRDHUP, 0};
-    return peer.ended || (::poll(&state, 1, 0) == 1 && (state.revents & POLLRDHUP) != 0);
+    const bool isOurs = isMailboxId(frame.receiver) && processOf(frame.receiver) == m_process.number() &&
+                        queueOf(frame.receiver) == m_number;
+    const bool isTheirs =
+        frame.sender == KIV_NO_MBOX || (isMailboxId(frame.sender) && processOf(frame.sender) == peer.process);
+    return !isOurs || !isTheirs ? Address::foreign : owns(frame.receiver) ? Address::ours : Address::gone;
 }
 
-bool Queue::hasUnread(const Peer& peer)
+void Queue::removePeer(Peers::iterator at)
 {
-    char byte = 0;
-    const ssize_t got = ::recv(peer.socket.get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);
-    // Nothing in it is the end of one that ended, and a malformed packet of one that lives.
-    return got > 0 || (got == 0 && !peer.ended);
+    Peer peer = std::move(at->second);
+    unwatch(peer);
+    if (peer.isHeld) {
+        --m_heldPeers;
+        m_process.flow().release();
+    }
+    m_peers.erase(at);
+    m_process.closer().close(std::move(peer.socket));
+    auto next = m_peers.end();
+    for (auto other = m_peers.begin(); other != m_peers.end(); ++other) {
+        const bool isSame = other->second.process == peer.process && other->second.identity == peer.identity;
+        next = isSame && (next == m_peers.end() || other->first < next->first) ? other : next;
+    }
+    if (next != m_peers.end()) {
+        auto& deaths = next->second.deaths;
+        deaths.insert(deaths.begin(), peer.deaths.begin(), peer.deaths.end());
+        next->second.isNext = next->second.isNext || watch(next->first, next->second);
+        return;
+    }
+    if (!peer.deaths.empty()) {
+        const std::lock_guard lock(m_mutex);
+        deliverRead(peer.deaths);
+    }
 }
 
 } // namespace kiv

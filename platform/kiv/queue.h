@@ -1,26 +1,29 @@
 /// A receive queue: what one thread's mailboxes receive.
 ///
-/// The queue's epoll instance is the descriptor that programs wait on. In it are the data connections of the peers and
-/// one event descriptor, which is set exactly while messages lie in the local list: what threads of the same process
-/// sent, what a batch brought beyond the first message, and messages of monitors and hunts. A peer's death makes no
-/// event there, because the queue keeps a copy of the peer's end: connections end by word of the I/O thread.
+/// The queue's epoll instance is the descriptor that programs wait on. In it are the connections of the peers, which
+/// the I/O thread has proven, and one event descriptor. What arrives lies in two lists: what was read from connections,
+/// a packet with all its messages at a time, and what threads of the same process pushed, with the messages of monitors
+/// and hunts. The connections are read again when all that was read has been taken. The event descriptor is set while
+/// the lists hold something and somebody may wait for it.
 ///
-/// A message of a monitor comes behind all that the dead mailbox had sent: where that is still unread in the peer's
-/// connection, it is put off until the connection has been read that far.
+/// A death comes in band: a "dead" frame behind all that the mailbox had sent, or the end of the connection of a
+/// process that died. A peer's further connections wait until its former one has been read to its end.
+///
+/// A peer isn't read while flow control holds it up, or while much of what it sent lies here unreceived, because the
+/// thread receives selectively. Then it is out of the epoll instance.
 ///
 /// Threads: the owner receives; the I/O thread adds and ends peers; any thread pushes. Two locks, taken in this order:
 ///   m_reading  the peers and what is being read from them
-///   m_mutex    the local list, the watches
+///   m_mutex    the lists, the watches
 /// The set of mailboxes changes under both, so it can be read under either.
 #pragma once
 
 #include "kiv/descriptor.h"
+#include "kiv/frame.h"
 #include "kiv/message.h"
 #include "kiv/registry.h"
 
 #include <atomic>
-#include <functional>
-#include <limits>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -32,6 +35,8 @@ struct epoll_event;
 
 namespace kiv {
 
+class Process;
+
 /// What kiv_receive asks for.
 struct Selector {
     const std::uint32_t* filter = nullptr;
@@ -40,19 +45,17 @@ struct Selector {
     bool matches(const Message& message) const;
 };
 
-class Queue : public std::enable_shared_from_this<Queue>
+class Queue
 {
 public:
-    /// As the count of a death: behind whatever the dead one's connection holds.
-    static constexpr std::uint64_t allUnread = std::numeric_limits<std::uint64_t>::max();
-
-    Queue(const Registry& registry, std::uint32_t slot);
+    Queue(Process& process, std::uint32_t number, std::uint32_t lastIndex);
     ~Queue();
     Queue(const Queue&) = delete;
     Queue& operator=(const Queue&) = delete;
 
     /// Returns 0 or an errno value.
     int open();
+
     struct Watch;
     using Watches = std::unordered_map<std::uint32_t, Watch>;
 
@@ -62,13 +65,21 @@ public:
     /// Ends the wake-up that close() made, for a thread that didn't wait.
     void quieten();
 
-    std::uint32_t slot() const { return m_slot; }
-    int descriptor() const { return m_epoll.get(); }
+    std::uint32_t number() const { return m_number; }
+    /// For programs to wait on.
+    int descriptor();
+    bool isDescriptor(int descriptor) const { return descriptor == m_epoll.get(); }
     bool closed() const { return m_closed; }
+    /// Something can be received without asking the system.
+    bool hasQueued() const { return m_hasQueued.load(std::memory_order_relaxed); }
+    /// While an event loop dispatches, nobody looks at the descriptor: it is brought up to date when that ends.
+    void beginDispatch();
+    void endDispatch();
 
     /// A new mailbox of this queue; KIV_NO_MBOX where there are too many.
     kiv_mbox_id_t addMailbox();
     void removeMailbox(kiv_mbox_id_t id);
+    std::uint32_t lastIndex() const { return m_lastIndex; }
 
     MessagePtr receive(const Selector& selector, std::uint32_t timeout);
     void push(MessagePtr message);
@@ -80,91 +91,94 @@ public:
         std::string name;                    ///< of a hunt
     };
     void addWatch(std::uint32_t ref, Watch watch);
+    /// Behind all that has been pushed.
     void deliver(std::uint32_t ref, kiv_mbox_id_t sender);
     /// Frees the message, wherever it is. Returns what was still waiting.
     Watch cancel(std::uint32_t ref, bool hunt);
-    /// The mailbox of a monitor died: delivers behind the first `count` messages of its process's connection.
-    void died(std::uint32_t ref, kiv_mbox_id_t mailbox, pid_t process, std::uint64_t count);
-    /// Ends the waiting for a connection that died() expected.
-    void releaseParked(std::uint32_t ref);
 
-    /// A data connection from a process. `cutOff` is called, with locks held, when it was closed for what came in.
-    /// Returns its key, or 0; and the end that goes to the peer.
-    using CutOff = std::function<void(const char* reason)>;
-    std::uint64_t addPeer(pid_t process, std::uint32_t provenSlot, CutOff cutOff, Descriptor& farEnd);
-    /// The peer may send in the name of this slot.
-    void addProvenSlot(std::uint64_t key, std::uint32_t slot);
-    /// No more will come: ends the connection behind what is still unread.
-    void endPeer(std::uint64_t key);
-
-private:
+    /// The mailbox of a monitor in another process.
     struct Death {
         std::uint32_t ref;
         kiv_mbox_id_t mailbox;
-        std::uint64_t count;
     };
+    /// The process died: delivers behind all that it had sent. Without identity: whichever had the number.
+    void died(std::uint32_t process, const Identity& identity, const std::vector<Death>& deaths);
+
+    /// A connection of another process. Null, or why it isn't taken.
+    const char* addPeer(Descriptor socket, std::uint32_t process, const Identity& identity);
+    /// Looks again at the peers that are held up.
+    void resume();
+
+private:
     struct Peer {
-        pid_t process = 0;
         Descriptor socket;
-        Descriptor farEnd; ///< a copy of what the peer sends on
-        bool ended = false;
-        std::uint64_t received = 0;
-        std::vector<std::uint32_t> provenSlots;
-        std::vector<Death> deaths;
-        CutOff cutOff;
+        std::uint32_t process = 0;
+        Identity identity;
+        bool isNext = true; ///< else a former connection is still being read
+        bool isHeld = false;
+        unsigned atOnce = 1;       ///< packets; more only behind one that brought no memfd
+        std::vector<Death> deaths; ///< behind its end
     };
-    struct Parked {
-        pid_t process;
-        Death death;
-    };
-    struct Batch;
+    using Peers = std::unordered_map<std::uint64_t, Peer>;
     enum class Address { ours, gone, foreign };
 
-    void readReady(std::span<const epoll_event> ready, MessageList& fresh);
-    void readPeer(std::uint64_t key, MessageList& fresh);
-    const char* takePacket(Peer& peer, std::size_t at, MessageList& fresh);
-    Address addressOf(Peer& peer, const FrameHeader& frame);
-    bool isProven(Peer& peer, std::uint32_t slot);
-    void releaseDeaths(Peer& peer, bool drained, MessageList& fresh);
-    void removePeer(std::uint64_t key, MessageList& fresh);
-    void cut(std::uint64_t key, const char* reason, MessageList& fresh);
-    Peer* peerOf(pid_t process, std::uint32_t slot);
-    static bool hasUnread(const Peer& peer);
-    static bool isOver(const Peer& peer);
+    // With m_reading held.
+    void readRound(std::span<const epoll_event> ready);
+    std::size_t readPeer(Peers::iterator at);
+    const char* takePacket(const Peer& peer, Packet& packet, MessageList& fresh);
+    const char* takeFrame(const Peer& peer, MessagePtr message, MessageList& fresh);
+    Address addressOf(const Peer& peer, const FrameHeader& frame) const;
+    void removePeer(Peers::iterator at);
+    bool mayRead(const Peer& peer) const;
+    void hold(std::uint64_t key, Peer& peer);
+    bool watch(std::uint64_t key, const Peer& peer);
+    void unwatch(const Peer& peer);
+    void resumeReading();
 
-    /// These two with m_mutex held.
-    void pushLocked(MessagePtr message);
-    MessagePtr takeWatchedLocked(std::uint32_t ref, kiv_mbox_id_t sender);
+    // With m_mutex held.
     bool owns(kiv_mbox_id_t id) const;
-    MessagePtr takeLocal(const Selector& selector);
-    void append(MessageList& fresh);
+    void pushLocked(MessagePtr message);
+    MessagePtr takeWatched(std::uint32_t ref, kiv_mbox_id_t sender);
+    void deliverRead(const std::vector<Death>& deaths);
+    void appendRead(MessageList& fresh);
+    MessagePtr take(const Selector& selector);
+    MessagePtr takeFrom(MessageList& list, Message*& scanned, const Selector& selector);
+    template <typename Match>
+    void removeIf(Match match);
+    void settle();
     void setEvent(bool set);
 
-    const Registry& m_registry;
-    const std::uint32_t m_slot;
+    Process& m_process;
+    const std::uint32_t m_number;
     std::atomic<bool> m_closed = false;
     Descriptor m_epoll;
     Descriptor m_event;
 
     std::mutex m_reading;
-    std::unique_ptr<Batch> m_batch;
+    PacketBatch m_batch;
     std::uint64_t m_lastKey = 0; ///< key 0 is the event descriptor
-    std::unordered_map<std::uint64_t, Peer> m_peers;
-    std::vector<Parked> m_parked;
-    unsigned m_packets = 0; ///< of the read that goes on
+    Peers m_peers;
+    std::size_t m_heldPeers = 0;
 
     std::mutex m_mutex;
-    MessageList m_local;
-    Message* m_scanned = nullptr; ///< up to here nothing matched in the call that goes on
+    MessageList m_read;
+    MessageList m_pushed;
+    Message* m_scannedRead = nullptr; ///< up to here nothing matched in the call that goes on
+    Message* m_scannedPushed = nullptr;
+    std::size_t m_readBytes = 0;
+    std::size_t m_pushedBytes = 0;
+    std::vector<std::uint32_t> m_unreceived; ///< of m_readBytes, by process
+    unsigned m_pushedTaken = 0;              ///< since the connections were looked at
+    bool m_isWatched = false;                ///< a program has the descriptor
+    bool m_isWaiting = false;                ///< the owner waits in receive
+    unsigned m_dispatches = 0;
     bool m_eventSet = false;
-    /// So many messages of the local list at least, before the connections get their turn.
-    static constexpr unsigned localTurn = 64;
-    unsigned m_turn = localTurn;
-    unsigned m_sinceRead = 0; ///< messages taken since the connections were looked at
+    std::atomic<bool> m_hasQueued = false;
     Watches m_watches;
 
-    std::uint32_t m_lastIndex = 0;
-    std::vector<std::uint32_t> m_indices; ///< sorted
+    std::uint32_t m_lastIndex;
+    std::size_t m_mailboxCount = 0;
+    std::vector<bool> m_mailboxes; ///< by index
 };
 
 } // namespace kiv

@@ -1,64 +1,32 @@
 #include "kiv/registry.h"
 
 #include "kiv/id.h"
-#include "runDir.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
-#include <sys/file.h>
+#include <map>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/time.h>
-#include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace kiv {
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr int listenBacklog = 4096;
-constexpr suseconds_t busyWaitUs = 100'000;
-constexpr auto lockPatience = 5s;
-constexpr auto lockInterval = 1ms;
-constexpr std::size_t longestEscaped = 200;
+constexpr std::size_t maxEscaped = 200;
+constexpr int birthField = 22;       ///< of /proc/<pid>/stat, counted from 1
+constexpr int passRightsOption = 83; ///< SO_PASSRIGHTS, which not every system's headers know
 
-Descriptor openDirectory(const std::string& path)
+Descriptor makeSocket()
 {
     const DescriptorScope scope;
-    return Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-}
-
-Descriptor makeSocket(int flags)
-{
-    const DescriptorScope scope;
-    return Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
-}
-
-sockaddr_un slotAddress(int directory, std::uint32_t slot)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%u", directory, slot);
-    return address;
-}
-
-int connectTo(int socket, int directory, std::uint32_t slot)
-{
-    const sockaddr_un address = slotAddress(directory, slot);
-    int result = 0;
-    do {
-        result = ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    } while (result != 0 && errno == EINTR);
-    return result;
+    return Descriptor(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 /// For the rare name that is too long with its escapes: six bits a character.
@@ -80,192 +48,167 @@ std::string packed(const std::string& name)
     return text;
 }
 
+std::uint64_t birthOf(pid_t pid)
+{
+    char path[32];
+    std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
+    char text[1024];
+    ssize_t length = 0;
+    {
+        const DescriptorScope scope;
+        const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+        length = file ? ::read(file.get(), text, sizeof text) : 0;
+    }
+    // The second field is the program's name in brackets, which may hold anything.
+    std::string_view rest(text, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    rest.remove_prefix(std::min(rest.rfind(')') + 1, rest.size()));
+    for (int field = 3; field < birthField && !rest.empty(); ++field) {
+        rest.remove_prefix(std::min(rest.find(' ', 1), rest.size()));
+    }
+    std::uint64_t birth = 0;
+    std::from_chars(rest.data() + (rest.empty() ? 0 : 1), rest.data() + rest.size(), birth);
+    return birth;
+}
+
 } // namespace
 
-/// The registry's lock for as long as the object lives. A killed process gives it back; one that is stopped while it
-/// has it holds up the others no longer than their patience.
-class Registry::Lock
+Identity peerOf(int socket)
 {
-public:
-    explicit Lock(const Registry& registry)
-    {
-        {
-            const DescriptorScope scope;
-            m_file = Descriptor(
-                ::openat(registry.m_directory.get(), "lock", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-        }
-        const auto end = std::chrono::steady_clock::now() + lockPatience;
-        while (m_file && ::flock(m_file.get(), LOCK_EX | LOCK_NB) != 0) {
-            const int error = errno;
-            if (error != EINTR && error != EWOULDBLOCK) {
-                fail(error);
-            } else if (std::chrono::steady_clock::now() >= end) {
-                fail(ETIMEDOUT);
-            } else {
-                std::this_thread::sleep_for(lockInterval);
-            }
-        }
+    ucred credentials{};
+    socklen_t size = sizeof credentials;
+    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0 || credentials.pid == 0) {
+        return {};
     }
-    /// Unlocks by itself: a child being forked right now may hold a copy of the descriptor.
-    ~Lock()
-    {
-        if (m_file) {
-            ::flock(m_file.get(), LOCK_UN);
-        }
-    }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
-
-    explicit operator bool() const { return static_cast<bool>(m_file); }
-
-private:
-    void fail(int error)
-    {
-        m_file.reset();
-        errno = error;
-    }
-
-    Descriptor m_file;
-};
+    return {credentials.pid, birthOf(credentials.pid)};
+}
 
 int Registry::open()
 {
-    int error = 0;
-    const std::string directory = makeRuDir("kiv", error);
-    const std::string slots = makeRuDir("kiv/slot", error);
-    m_namePath = makeRuDir("kiv/name", error);
-    if (error != 0) {
-        return error;
+    for (const auto& [folder, path] :
+         {std::pair(&m_directory, "kiv"), std::pair(&m_processes, "kiv/process"), std::pair(&m_names, "kiv/name")}) {
+        if (const int error = folder->make(path); error != 0) {
+            return error;
+        }
     }
-    m_directory = openDirectory(directory);
-    m_slots = openDirectory(slots);
-    m_names = openDirectory(m_namePath);
-    return m_directory && m_slots && m_names ? 0 : errno;
+    return 0;
 }
 
-std::uint32_t Registry::lastSlotNumber() const
+std::uint64_t Registry::lastCount() const
 {
     const DescriptorScope scope;
-    const Descriptor file(::openat(m_directory.get(), "last", O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    std::uint32_t slot = 0;
-    if (!file || ::read(file.get(), &slot, sizeof slot) != sizeof slot) {
-        return 0;
-    }
-    return slot;
+    const Descriptor file(::openat(m_directory.descriptor(), "last", O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    std::uint64_t count = 0;
+    return file && ::read(file.get(), &count, sizeof count) == sizeof count ? count : 0;
 }
 
-void Registry::storeLastSlotNumber(std::uint32_t slot) const
+void Registry::storeCount(std::uint64_t count) const
 {
     const DescriptorScope scope;
-    const Descriptor file(::openat(m_directory.get(), "last", O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    // Where this fails, slots are reused sooner: no harm beyond that.
-    if (file && ::pwrite(file.get(), &slot, sizeof slot, 0) < 0) {
+    const Descriptor file(
+        ::openat(m_directory.descriptor(), "last", O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+    // Where this fails, or two do it at once, numbers are reused sooner: no harm beyond that.
+    if (file && ::pwrite(file.get(), &count, sizeof count, 0) < 0) {
         return;
     }
 }
 
-/// Whether the slot can be taken; clears what a dead owner left.
-bool Registry::freeStaleSlot(std::uint32_t slot) const
+/// False where the number is another's; errno tells of everything else.
+bool Registry::listenAs(std::uint32_t process, Claim& claim) const
 {
-    const std::string file = std::to_string(slot);
+    const std::string file = std::to_string(process);
     struct stat status {
     };
-    if (::fstatat(m_slots.get(), file.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return errno == ENOENT;
-    }
-    if (isAlive(slot)) {
+    const bool wasUsed = ::fstatat(m_processes.descriptor(), file.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    Descriptor listening = makeSocket();
+    errno = listening ? m_processes.listen(listening.get(), file, listenBacklog) : errno;
+    if (errno != 0) {
         return false;
     }
-    return removeNamesOf(slot) && ::unlinkat(m_slots.get(), file.c_str(), 0) == 0;
+    if (wasUsed) {
+        removeNamesOf(process);
+    }
+    claim.process = process;
+    claim.listening = std::move(listening);
+    return true;
 }
 
-/// False where not all could be removed: the next owner of the slot would have them.
-bool Registry::removeNamesOf(std::uint32_t slot) const
+Registry::Claim Registry::claim()
 {
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(m_namePath.c_str()), ::closedir);
-    if (!directory) {
+    Claim claim;
+    const std::uint64_t last = lastCount();
+    for (std::uint64_t count = last; count < last + lastProcess; ++count) {
+        if (listenAs(static_cast<std::uint32_t>(count % lastProcess) + 1, claim)) {
+            claim.round = static_cast<std::uint32_t>(count / lastProcess);
+            storeCount(count + 1);
+            return claim;
+        }
+        if (errno != EADDRINUSE) {
+            return claim;
+        }
+    }
+    if (!takeFromHoarder(claim)) {
+        errno = ENOSPC;
+    }
+    return claim;
+}
+
+/// Takes back a number of whoever has the most, or one on which nobody listens.
+bool Registry::takeFromHoarder(Claim& claim) const
+{
+    std::map<pid_t, std::vector<std::uint32_t>> numbers;
+    for (std::uint32_t process = 1; process <= lastProcess; ++process) {
+        const Descriptor socket = connectTo(process);
+        numbers[socket ? peerOf(socket.get()).pid : errno == ECONNREFUSED ? 0 : -1].push_back(process);
+    }
+    numbers.erase(-1); // busy: nothing is known of it
+    const auto hoarder = std::max_element(numbers.begin(), numbers.end(), [](const auto& one, const auto& other) {
+        return one.second.size() < other.second.size();
+    });
+    if (hoarder == numbers.end() || hoarder->second.size() < 2) {
         return false;
     }
-    std::vector<std::string> stale;
-    while (const dirent* entry = ::readdir(directory.get())) {
-        const kiv_mbox_id_t id = readFile(entry->d_name);
-        if (id != KIV_NO_MBOX && slotOf(id) == slot) {
-            stale.emplace_back(entry->d_name);
+    for (const std::uint32_t process : hoarder->second) {
+        m_processes.remove(std::to_string(process));
+        if (listenAs(process, claim)) {
+            removeNamesOf(process);
+            return true;
         }
     }
-    bool removed = true;
-    for (const std::string& file : stale) {
-        removed = (::unlinkat(m_names.get(), file.c_str(), 0) == 0 || errno == ENOENT) && removed;
-    }
-    return removed;
+    return false;
 }
 
-Registry::Slot Registry::claimSlot()
+void Registry::removeProcess(std::uint32_t process)
 {
-    Slot claimed;
-    const Lock lock(*this);
-    if (!lock) {
-        return claimed;
-    }
-    const std::uint32_t last = lastSlotNumber();
-    for (std::uint32_t step = 0; step < lastSlot; ++step) {
-        const std::uint32_t slot = (last + step) % lastSlot + 1;
-        if (!freeStaleSlot(slot)) {
-            continue;
-        }
-        Descriptor listening = makeSocket(SOCK_NONBLOCK);
-        const sockaddr_un address = slotAddress(m_slots.get(), slot);
-        if (!listening || ::bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-            return claimed;
-        }
-        if (::listen(listening.get(), listenBacklog) != 0) {
-            const int error = errno;
-            removeSlot(slot);
-            errno = error;
-            return claimed;
-        }
-        storeLastSlotNumber(slot);
-        claimed.number = slot;
-        claimed.listening = std::move(listening);
-        return claimed;
-    }
-    errno = ENOSPC;
-    return claimed;
+    m_processes.remove(std::to_string(process));
 }
 
-void Registry::removeSlot(std::uint32_t slot)
+/// What the number's last owner, which was killed, left behind.
+void Registry::removeNamesOf(std::uint32_t process) const
 {
-    ::unlinkat(m_slots.get(), std::to_string(slot).c_str(), 0);
+    for (const std::string& file : m_names.entries()) {
+        const kiv_mbox_id_t id = readFile(file);
+        if (id != KIV_NO_MBOX && processOf(id) == process) {
+            m_names.removeLink(file, std::to_string(id));
+        }
+    }
 }
 
 int Registry::addName(const std::string& name, kiv_mbox_id_t id)
 {
     const std::string file = fileName(name);
     const std::string target = std::to_string(id);
-    const Lock lock(*this);
-    if (!lock) {
-        return errno;
+    const int error = m_names.link(file, target);
+    const auto holder = error == EEXIST ? m_names.readLink(file) : std::nullopt;
+    if (!holder) {
+        return error;
     }
-    if (::symlinkat(target.c_str(), m_names.get(), file.c_str()) == 0) {
-        return 0;
-    }
-    if (errno != EEXIST) {
-        return errno;
-    }
-    const kiv_mbox_id_t holder = readFile(file);
-    if (holder != KIV_NO_MBOX && isAlive(slotOf(holder))) {
-        return EEXIST;
-    }
-    ::unlinkat(m_names.get(), file.c_str(), 0);
-    return ::symlinkat(target.c_str(), m_names.get(), file.c_str()) == 0 ? 0 : errno;
+    const kiv_mbox_id_t held = readFile(file);
+    return held != KIV_NO_MBOX && isAlive(processOf(held)) ? EEXIST : m_names.replaceLink(file, *holder, target);
 }
 
 void Registry::removeName(const std::string& name, kiv_mbox_id_t id)
 {
-    const std::string file = fileName(name);
-    if (readFile(file) == id) {
-        ::unlinkat(m_names.get(), file.c_str(), 0);
-    }
+    m_names.removeLink(fileName(name), std::to_string(id));
 }
 
 kiv_mbox_id_t Registry::readName(const std::string& name) const
@@ -275,45 +218,35 @@ kiv_mbox_id_t Registry::readName(const std::string& name) const
 
 kiv_mbox_id_t Registry::readFile(const std::string& file) const
 {
-    char target[16];
-    const ssize_t length = ::readlinkat(m_names.get(), file.c_str(), target, sizeof target);
+    const auto target = m_names.readLink(file);
     kiv_mbox_id_t id = KIV_NO_MBOX;
-    if (length <= 0) {
+    if (!target) {
         return id;
     }
-    const auto [end, error] = std::from_chars(target, target + length, id);
-    return error == std::errc() && end == target + length && isMailboxId(id) ? id : KIV_NO_MBOX;
+    const char* last = target->data() + target->size();
+    const auto [end, error] = std::from_chars(target->data(), last, id);
+    return error == std::errc() && end == last && isMailboxId(id) ? id : KIV_NO_MBOX;
 }
 
-Descriptor Registry::connectSlot(std::uint32_t slot) const
+Descriptor Registry::connectTo(std::uint32_t process) const
 {
-    Descriptor socket = makeSocket(SOCK_NONBLOCK);
-    if (socket && connectTo(socket.get(), m_slots.get(), slot) != 0) {
-        const int error = errno;
+    Descriptor socket = makeSocket();
+    if (!socket) {
+        return socket;
+    }
+    // Nothing is expected back; fails on systems that don't know it.
+    const int none = 0;
+    ::setsockopt(socket.get(), SOL_SOCKET, passRightsOption, &none, sizeof none);
+    if (const int error = m_processes.connect(socket.get(), std::to_string(process)); error != 0) {
         socket.reset();
         errno = error;
     }
     return socket;
 }
 
-bool Registry::isAlive(std::uint32_t slot) const
+bool Registry::isAlive(std::uint32_t process) const
 {
-    // Anything but a clear no is a yes: a name is rather kept too long than given away.
-    return connectSlot(slot) || (errno != ECONNREFUSED && errno != ENOENT);
-}
-
-std::optional<pid_t> Registry::ownerOf(std::uint32_t slot, bool patient) const
-{
-    const Descriptor socket = makeSocket(patient ? 0 : SOCK_NONBLOCK);
-    const timeval limit{0, busyWaitUs};
-    if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0) {
-        return std::nullopt;
-    }
-    if (connectTo(socket.get(), m_slots.get(), slot) != 0) {
-        const bool gone = errno == ECONNREFUSED || errno == ENOENT;
-        return gone ? std::optional<pid_t>(0) : std::nullopt;
-    }
-    return peerProcess(socket.get());
+    return m_processes.isAlive(std::to_string(process));
 }
 
 std::string Registry::fileName(const std::string& name)
@@ -330,14 +263,7 @@ std::string Registry::fileName(const std::string& name)
             text += digits[byte & 15];
         }
     }
-    return text.size() <= longestEscaped ? text : packed(name);
-}
-
-pid_t peerProcess(int socket)
-{
-    ucred credentials{};
-    socklen_t size = sizeof credentials;
-    return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 ? credentials.pid : 0;
+    return text.size() <= maxEscaped ? text : packed(name);
 }
 
 } // namespace kiv

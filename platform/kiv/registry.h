@@ -1,28 +1,40 @@
-/// Who has which slot and which name: a directory instead of a daemon.
+/// Who has which process number and which name: directories instead of a daemon.
 ///
-///   lock          flock for the short moments in which slots and names are taken
-///   last          number of the slot that was handed out last: slots go round, so that ids of the dead rest for long
-///   slot/<n>      listening socket of the queue with slot n
-///   name/<name>   symbolic link whose target is the id in decimal
+///   process/<n>   listening socket of the process with number n
+///   name/<name>   symbolic link whose target is the mailbox's id in decimal
+///   last          counts the numbers handed out: they go round, so that ids of the dead rest for long
 ///
-/// A slot is alive while its socket takes connections, which the kernel ends with the process; so what a killed process
-/// leaves behind is recognised and replaced. A name counts while its slot is alive. Who gives up a mailbox in order
-/// removes the names before the socket; so names can only be stale where a stale socket lies, and they are cleared when
-/// that slot is handed out again.
+/// A process is alive while its socket is, which the kernel ends with it; so what a killed process leaves behind is
+/// recognised and replaced. A name counts while its process is alive. A process that ends in order removes its names
+/// before its socket; so names can only be stale where a stale socket lies, and they are cleared by whoever gets that
+/// number next. There are no locks: every step is one atomic operation on a directory.
 ///
-/// Sockets are addressed through /proc/self/fd, because a socket's path is limited to 107 bytes.
+/// A process has one number. Where all are taken, those of a process that has several are taken back.
 ///
 /// Threads: no state but the directories' descriptors, usable from all.
 #pragma once
 
 #include "kiv/descriptor.h"
 #include "kiv/kiv.h"
+#include "socketFolder.h"
 
-#include <optional>
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
 
 namespace kiv {
+
+/// Tells a process from a later one that has its pid again.
+struct Identity {
+    pid_t pid = 0;
+    std::uint64_t birth = 0; ///< start time as the system counts it, 0 where it can't be told
+
+    explicit operator bool() const { return pid != 0; }
+    bool operator==(const Identity&) const = default;
+};
+
+/// The process at the other end of a connected socket.
+Identity peerOf(int socket);
 
 class Registry
 {
@@ -30,49 +42,43 @@ public:
     /// Makes and opens the directories. Returns 0 or an errno value.
     int open();
 
-    /// Takes a free slot: number and listening socket. No descriptor, and errno set, on failure.
-    struct Slot {
-        std::uint32_t number = 0;
+    /// Takes a free number and listens. No descriptor, and errno set, on failure.
+    struct Claim {
+        std::uint32_t process = 0;
+        std::uint32_t round = 0; ///< how often the numbers have gone round
         Descriptor listening;
     };
-    Slot claimSlot();
+    Claim claim();
     /// To be called while the listening socket is still open.
-    void removeSlot(std::uint32_t slot);
+    void removeProcess(std::uint32_t process);
 
-    /// Returns 0 or an errno value: EEXIST where the name belongs to a living slot.
+    /// A connection to a process, not blocking. No descriptor, and errno set, on failure: EAGAIN where it is alive but
+    /// busy.
+    Descriptor connectTo(std::uint32_t process) const;
+    bool isAlive(std::uint32_t process) const;
+
+    /// Returns 0 or an errno value: EEXIST where the name belongs to a living process.
     int addName(const std::string& name, kiv_mbox_id_t id);
-    /// To be called while the slot is still alive. Leaves a name alone that belongs to another mailbox.
+    /// To be called while the process is still alive. Leaves a name alone that belongs to another mailbox.
     void removeName(const std::string& name, kiv_mbox_id_t id);
     /// The id behind a name, alive or not; KIV_NO_MBOX where there is none.
     kiv_mbox_id_t readName(const std::string& name) const;
 
-    /// A connection to a slot's socket, not blocking. No descriptor, and errno set, on failure: EAGAIN where the slot
-    /// is alive but busy.
-    Descriptor connectSlot(std::uint32_t slot) const;
-    bool isAlive(std::uint32_t slot) const;
-    /// The process that listens on a slot, as the kernel knows it; 0 where there is none. Nothing where that can't be
-    /// told now, because the slot is busy (waited for a little, where `patient`) or the system is short of something.
-    std::optional<pid_t> ownerOf(std::uint32_t slot, bool patient) const;
-
-    const std::string& nameDirectory() const { return m_namePath; }
+    int nameDirectory() const { return m_names.descriptor(); }
     /// The name of a mailbox as a file name: printable, without slashes.
     static std::string fileName(const std::string& name);
 
 private:
-    class Lock;
-    std::uint32_t lastSlotNumber() const;
-    void storeLastSlotNumber(std::uint32_t slot) const;
-    bool freeStaleSlot(std::uint32_t slot) const;
-    bool removeNamesOf(std::uint32_t slot) const;
+    bool listenAs(std::uint32_t process, Claim& claim) const;
+    bool takeFromHoarder(Claim& claim) const;
+    std::uint64_t lastCount() const;
+    void storeCount(std::uint64_t count) const;
+    void removeNamesOf(std::uint32_t process) const;
     kiv_mbox_id_t readFile(const std::string& file) const;
 
-    Descriptor m_directory;
-    Descriptor m_slots;
-    Descriptor m_names;
-    std::string m_namePath;
+    SocketFolder m_directory;
+    SocketFolder m_processes;
+    SocketFolder m_names;
 };
-
-/// The process at the other end of a connected socket, 0 where the kernel does not say.
-pid_t peerProcess(int socket);
 
 } // namespace kiv

@@ -3,6 +3,7 @@
 
 #include "ostinel/eventLoop.h"
 
+#include "kiv/loop.h"
 #include "ostinel/guarded.h"
 #include "ostinel/postQueue.h"
 
@@ -24,6 +25,9 @@ using std::chrono::microseconds;
 using std::chrono::steady_clock;
 
 constexpr std::uint64_t exactTime = 1; ///< microseconds; 0 would let sd-event be late by a quarter of a second
+/// A mailbox's messages that lie in memory already are reported one after the other, without asking the system again.
+/// After so many the others have their turn.
+constexpr int maxRow = 64;
 constexpr microseconds longestDelay = std::chrono::hours(24 * 365 * 100);
 
 struct Unref {
@@ -35,6 +39,13 @@ using SourcePtr = std::unique_ptr<sd_event_source, Unref>;
 /// A watched descriptor. A callback that removes its own descriptor runs on: the dispatch holds the watch.
 struct Watch : std::enable_shared_from_this<Watch> {
     explicit Watch(std::function<void(int)> function) : callback(std::move(function)) {}
+
+    /// Whether it is still watched, and for something to read.
+    bool isReported() const
+    {
+        std::uint32_t events = 0;
+        return source && sd_event_source_get_io_events(source.get(), &events) >= 0 && (events & EPOLLIN) != 0;
+    }
 
     std::function<void(int)> callback;
     SourcePtr source;
@@ -207,19 +218,29 @@ void SdEventLoop::runFirstTimer()
 
 int SdEventLoop::onFd(sd_event_source*, int fd, std::uint32_t, void* watch)
 {
+    const kiv::Dispatch dispatch;
     const auto held = static_cast<Watch*>(watch)->shared_from_this();
-    guarded("a descriptor's callback", [&] { held->callback(fd); });
+    bool goesOn = true;
+    for (int count = 0; goesOn && (count == 0 || kiv::hasQueued(fd)) && count < maxRow; ++count) {
+        goesOn = false;
+        guarded("a descriptor's callback", [&] {
+            held->callback(fd);
+            goesOn = held->isReported() && !current().m_stop.load(std::memory_order_acquire);
+        });
+    }
     return 0;
 }
 
 int SdEventLoop::onTime(sd_event_source*, std::uint64_t, void* loop)
 {
+    const kiv::Dispatch dispatch;
     static_cast<SdEventLoop*>(loop)->runFirstTimer();
     return 0;
 }
 
 int SdEventLoop::onPost(sd_event_source*, int, std::uint32_t, void* loop)
 {
+    const kiv::Dispatch dispatch;
     static_cast<SdEventLoop*>(loop)->m_queue->runNext();
     return 0;
 }

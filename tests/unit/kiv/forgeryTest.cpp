@@ -2,14 +2,14 @@
 
 #include "peers.h"
 
-#include "kiv/channel.h"
+#include "kiv/frame.h"
 #include "kiv/id.h"
-#include "kiv/message.h"
+#include "kiv/registry.h"
 
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
-#include <future>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <string>
@@ -17,95 +17,56 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
 using namespace kivtest;
-using kiv::ControlFrame;
-using kiv::ControlKind;
 using kiv::FrameHeader;
 using kiv::FrameKind;
+using kiv::Hello;
 
-ControlFrame frame(ControlKind kind, std::uint32_t id = 0, std::uint32_t slot = 0)
-{
-    ControlFrame made;
-    made.kind = kind;
-    made.id = id;
-    made.slot = slot;
-    return made;
-}
-
-/// A connection to a slot's socket.
+/// A connection to a process's socket.
 class RawPeer
 {
 public:
-    explicit RawPeer(std::uint32_t slot) : m_control(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0))
+    explicit RawPeer(kiv_mbox_id_t target) : m_socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0))
     {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        const std::string path = std::string(std::getenv("RU_DIR")) + "/kiv/slot/" + std::to_string(slot);
+        const std::string path =
+            std::string(std::getenv("RU_DIR")) + "/kiv/process/" + std::to_string(kiv::processOf(target));
         path.copy(address.sun_path, sizeof address.sun_path - 1);
-        if (::connect(m_control, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        if (::connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
             ADD_FAILURE() << "no connection to " << path;
         }
     }
-    ~RawPeer()
-    {
-        ::close(m_control);
-        ::close(m_data);
-    }
+    ~RawPeer() { ::close(m_socket); }
     RawPeer(const RawPeer&) = delete;
     RawPeer& operator=(const RawPeer&) = delete;
 
-    int data() const { return m_data; }
+    int socket() const { return m_socket; }
 
-    void tell(const ControlFrame& control) { ::send(m_control, &control, sizeof control, MSG_NOSIGNAL); }
-    void tellBytes(const std::string& bytes) { ::send(m_control, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+    void tell(const std::string& bytes) { ::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+    void hello(const Hello& hello) { ::send(m_socket, &hello, sizeof hello, MSG_NOSIGNAL); }
     /// Whether the other side ends the connection.
-    bool isCutOff()
+    bool isCutOff() { return reports(0, POLLHUP); }
+    /// Whether the other side has proven who we are.
+    bool isTaken() { return reports(POLLRDHUP, POLLRDHUP); }
+    /// A packet of frames, with descriptors.
+    void packet(const std::vector<std::pair<FrameHeader, std::string>>& frames,
+                const std::vector<int>& descriptors = {})
     {
-        pollfd state{m_control, 0, 0};
-        return ::poll(&state, 1, static_cast<int>(patience)) == 1 && (state.revents & POLLHUP) != 0;
-    }
-    /// Whether a claim of this slot is confirmed.
-    bool isServed(std::uint32_t slot)
-    {
-        tell(frame(ControlKind::claim, 0, slot));
-        ControlFrame answer;
-        return ::recv(m_control, &answer, sizeof answer, 0) == sizeof answer && answer.kind == ControlKind::claimed;
-    }
-    /// Says hello and asks for a data connection in the name of a slot. False when it isn't given.
-    bool open(std::uint32_t slot)
-    {
-        tell(frame(ControlKind::hello, kiv::protocolVersion));
-        tell(frame(ControlKind::open, 0, slot));
-        ControlFrame answer;
-        iovec part{&answer, sizeof answer};
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-        msghdr header{};
-        header.msg_iov = &part;
-        header.msg_iovlen = 1;
-        header.msg_control = control;
-        header.msg_controllen = sizeof control;
-        if (::recvmsg(m_control, &header, MSG_CMSG_CLOEXEC) != sizeof answer || answer.kind != ControlKind::data) {
-            return false;
+        std::string bytes;
+        for (const auto& [header, payload] : frames) {
+            bytes.append(reinterpret_cast<const char*>(&header), sizeof header).append(payload);
         }
-        std::memcpy(&m_data, CMSG_DATA(CMSG_FIRSTHDR(&header)), sizeof m_data);
-        return true;
-    }
-    /// A data packet with descriptors.
-    void packet(const FrameHeader& header, const std::string& payload, const std::vector<int>& descriptors = {})
-    {
-        FrameHeader copy = header;
-        std::string bytes = payload;
-        iovec parts[2] = {{&copy, sizeof copy}, {bytes.data(), bytes.size()}};
+        iovec part{bytes.data(), bytes.size()};
         alignas(cmsghdr) char control[CMSG_SPACE(8 * sizeof(int))] = {};
         msghdr packed{};
-        packed.msg_iov = parts;
-        packed.msg_iovlen = 2;
+        packed.msg_iov = &part;
+        packed.msg_iovlen = 1;
         if (!descriptors.empty()) {
             const std::size_t size = descriptors.size() * sizeof(int);
             packed.msg_control = control;
@@ -116,12 +77,21 @@ public:
             rights->cmsg_len = CMSG_LEN(size);
             std::memcpy(CMSG_DATA(rights), descriptors.data(), size);
         }
-        ::sendmsg(m_data, &packed, MSG_NOSIGNAL);
+        ::sendmsg(m_socket, &packed, MSG_NOSIGNAL);
+    }
+    void packet(const FrameHeader& header, const std::string& payload, const std::vector<int>& descriptors = {})
+    {
+        packet({{header, payload}}, descriptors);
     }
 
 private:
-    int m_control;
-    int m_data = -1;
+    bool reports(short asked, int wanted)
+    {
+        pollfd state{m_socket, asked, 0};
+        return ::poll(&state, 1, static_cast<int>(patience)) == 1 && (state.revents & wanted) != 0;
+    }
+
+    int m_socket;
 };
 
 int memfd(std::size_t size, int seals)
@@ -152,75 +122,113 @@ protected:
     }
 };
 
-TEST_F(KivForgery, an_unnamed_sender_is_served)
-{
-    RawPeer raw(kiv::slotOf(target));
-    ASSERT_TRUE(raw.open(0));
-    raw.packet({KIV_NO_MBOX, target, 8, FrameKind::inlined}, "12345678");
-}
-
-TEST_F(KivForgery, a_slot_of_another_process_is_not_given_away)
+TEST_F(KivForgery, a_number_of_another_process_is_not_given_away)
 {
     const Peer bystander({"echo", "bystander"});
     const kiv_mbox_id_t other = find("bystander");
     const std::uint32_t watched = kiv_monitor(other, kiv_alloc(4, 1));
-    // Opened in its name, claimed later, or simply used; also the victim's own name and that of nobody.
-    for (const kiv_mbox_id_t forged : {other, target, kiv::makeId(9999, 1), kiv_mbox_id_t{0x20004001}, 0U}) {
+    // Connected in its name, or simply used; also the victim's own name and that of nobody.
+    for (const kiv_mbox_id_t forged : {other, target, kiv::makeId(999, 1, 1), kiv_mbox_id_t{0x20014001}, 0U}) {
         if (kiv::isMailboxId(forged)) {
-            RawPeer opener(kiv::slotOf(target));
-            EXPECT_FALSE(opener.open(kiv::slotOf(forged)));
+            RawPeer opener(target);
+            opener.hello({.process = kiv::processOf(forged), .queue = kiv::queueOf(target)});
+            opener.packet({forged, target, 8, FrameKind::inlined}, "12345678");
             EXPECT_TRUE(opener.isCutOff());
-
-            RawPeer claimer(kiv::slotOf(target));
-            ASSERT_TRUE(claimer.open(0));
-            claimer.tell(frame(ControlKind::claim, 0, kiv::slotOf(forged)));
-            EXPECT_TRUE(claimer.isCutOff());
         }
-        RawPeer user(kiv::slotOf(target));
-        ASSERT_TRUE(user.open(0));
+        RawPeer user(target);
+        user.hello({.process = kiv::processOf(own), .queue = kiv::queueOf(target)});
         user.packet({forged, target, 8, FrameKind::inlined}, "12345678");
         EXPECT_TRUE(user.isCutOff());
+
+        RawPeer watcher(target);
+        watcher.hello({.process = kiv::processOf(own)});
+        watcher.packet({forged, target, 4, FrameKind::monitor}, "1234");
+        EXPECT_TRUE(watcher.isCutOff());
     }
     EXPECT_FALSE(readable()) << "nothing was echoed to the bystander or to us, and the bystander lives";
     kiv_unmonitor(watched);
 }
 
-TEST_F(KivForgery, an_own_slot_is_believed_unclaimed)
+TEST_F(KivForgery, a_proven_process_is_believed)
 {
-    RawPeer raw(kiv::slotOf(target));
-    ASSERT_TRUE(raw.open(0));
-    raw.packet({own, target, 8, FrameKind::inlined}, "ABCDabcd");
+    RawPeer raw(target);
+    raw.hello({.process = kiv::processOf(own), .queue = kiv::queueOf(target)});
+    raw.packet({{{KIV_NO_MBOX, target, 8, FrameKind::inlined}, "12345678"},
+                {{own, target, 8, FrameKind::inlined}, "ABCDabcd"}});
     const Msg msg = receive();
     ASSERT_TRUE(msg);
     EXPECT_EQ(std::memcmp(msg.get(), "ABCDabcd", 8), 0);
+    EXPECT_TRUE(raw.isTaken());
 }
 
-TEST_F(KivForgery, garbage_on_the_control_connection_cuts_off)
+TEST_F(KivForgery, a_connection_of_a_dead_child_does_not_speak_for_who_has_its_pid_now)
 {
-    const std::vector<std::string> openings = {"x", std::string(24, '\0'), std::string(24, '\xFF'),
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    // The identity is the pid and the time of birth: of the pid alone a later process may be the owner.
+    kiv::Identity identity;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::pause();
+    }
+    int status = 0;
+    const kiv::Identity self = kiv::peerOf(ends[0]);
+    ::kill(child, SIGKILL);
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(self.pid, ::getpid());
+    EXPECT_NE(self.birth, 0U);
+    identity = {self.pid, self.birth + 1};
+    EXPECT_FALSE(identity == self);
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST_F(KivForgery, garbage_instead_of_a_hello_or_a_monitor_cuts_off)
+{
+    const Hello good{.process = kiv::processOf(own), .queue = kiv::queueOf(target)};
+    const std::vector<std::string> openings = {"",
+                                               "x",
+                                               std::string(sizeof good, '\0'),
+                                               std::string(sizeof good, '\xFF'),
+                                               std::string(sizeof good + 1, 'y'),
                                                std::string(100'000, 'y')};
     for (const std::string& opening : openings) {
-        RawPeer raw(kiv::slotOf(target));
-        raw.tellBytes(opening);
+        RawPeer raw(target);
+        raw.tell(opening);
         EXPECT_TRUE(raw.isCutOff());
     }
-    for (const ControlKind kind : {ControlKind::hello, ControlKind::data, ControlKind::claimed, ControlKind::dead,
-                                   ControlKind{0}, ControlKind{77}}) {
-        RawPeer raw(kiv::slotOf(target));
-        raw.tell(frame(ControlKind::hello, kiv::protocolVersion));
-        raw.tell(frame(kind));
+    for (const Hello& bad : {Hello{kiv::protocolVersion + 1, good.process, good.queue}, Hello{.queue = good.queue},
+                             Hello{.process = good.process, .queue = kiv::lastQueue + 1},
+                             Hello{.process = good.process, .queue = kiv::lastQueue}, // nobody's
+                             Hello{.process = kiv::lastProcess + 1, .queue = good.queue}}) {
+        RawPeer raw(target);
+        raw.hello(bad);
         EXPECT_TRUE(raw.isCutOff());
     }
-    RawPeer twice(kiv::slotOf(target));
-    ASSERT_TRUE(twice.open(0));
-    twice.tell(frame(ControlKind::open));
-    EXPECT_TRUE(twice.isCutOff());
-    RawPeer newer(kiv::slotOf(target));
-    newer.tell(frame(ControlKind::hello, kiv::protocolVersion + 1));
-    EXPECT_TRUE(newer.isCutOff());
+    for (const FrameKind kind : {FrameKind::inlined, FrameKind::dead, FrameKind{0}, FrameKind{77}}) {
+        RawPeer raw(target);
+        raw.hello({.process = good.process});
+        raw.packet({own, target, 4, kind}, "1234");
+        EXPECT_TRUE(raw.isCutOff());
+    }
 }
 
-TEST_F(KivForgery, garbage_on_the_data_connection_cuts_off)
+TEST_F(KivForgery, a_death_is_reported_by_its_process_alone)
+{
+    const Peer bystander({"echo", "bystander"});
+    const kiv_mbox_id_t other = find("bystander");
+    const std::uint32_t ref = kiv_monitor(other, kiv_alloc(4, 1));
+    const std::string payload(reinterpret_cast<const char*>(&ref), sizeof ref);
+    RawPeer raw(own);
+    raw.hello({.process = kiv::processOf(own), .queue = kiv::queueOf(own)});
+    raw.packet({own, own, 4, FrameKind::dead}, payload); // ours to say, but not what is watched
+    raw.packet({other, own, 4, FrameKind::dead}, payload);
+    EXPECT_FALSE(receive(50));
+    EXPECT_TRUE(raw.isCutOff());
+    kiv_unmonitor(ref);
+}
+
+TEST_F(KivForgery, garbage_behind_the_hello_cuts_off)
 {
     const int all = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
     const int sealed = memfd(100'000, all);
@@ -231,8 +239,8 @@ TEST_F(KivForgery, garbage_on_the_data_connection_cuts_off)
     const auto inlined = FrameKind::inlined;
     const auto asMemfd = FrameKind::memfd;
     const std::vector<std::function<void(RawPeer&)>> attacks = {
-        [](RawPeer& raw) { ::send(raw.data(), "", 0, 0); },
-        [](RawPeer& raw) { ::send(raw.data(), "short", 5, 0); },
+        [](RawPeer& raw) { ::send(raw.socket(), "", 0, 0); },
+        [](RawPeer& raw) { ::send(raw.socket(), "short", 5, 0); },
         [&](RawPeer& raw) {
             raw.packet({nobody, target, 9, inlined}, "12345678");
         },
@@ -252,7 +260,13 @@ TEST_F(KivForgery, garbage_on_the_data_connection_cuts_off)
             raw.packet({nobody, target, 8, FrameKind{3}}, "12345678");
         },
         [&](RawPeer& raw) {
-            raw.packet({nobody, kiv::makeId(kiv::slotOf(target) + 1, 1), 8, inlined}, "12345678");
+            raw.packet({nobody, kiv::makeId(kiv::processOf(target) + 1, 1, 1), 8, inlined}, "12345678");
+        },
+        [&](RawPeer& raw) {
+            raw.packet({nobody, kiv::makeId(kiv::processOf(target), 2, 1), 8, inlined}, "12345678");
+        },
+        [&](RawPeer& raw) { // one bad frame behind a good one
+            raw.packet({{{nobody, target, 8, inlined}, "12345678"}, {{nobody, target, 9, inlined}, "12345678"}});
         },
         [&](RawPeer& raw) {
             raw.packet({nobody, 0, 8, inlined}, "12345678");
@@ -286,8 +300,8 @@ TEST_F(KivForgery, garbage_on_the_data_connection_cuts_off)
         },
     };
     for (std::size_t i = 0; i < attacks.size(); ++i) {
-        RawPeer raw(kiv::slotOf(target));
-        ASSERT_TRUE(raw.open(0));
+        RawPeer raw(target);
+        raw.hello({.process = kiv::processOf(own), .queue = kiv::queueOf(target)});
         attacks[i](raw);
         EXPECT_TRUE(raw.isCutOff()) << "attack " << i;
     }
@@ -296,32 +310,16 @@ TEST_F(KivForgery, garbage_on_the_data_connection_cuts_off)
     }
 }
 
-TEST_F(KivForgery, a_peer_may_stop_sending_and_stay)
+TEST_F(KivForgery, a_peer_that_stops_sending_ends_the_connection)
 {
-    RawPeer raw(kiv::slotOf(own));
-    ASSERT_TRUE(raw.open(0));
+    RawPeer raw(own);
+    raw.hello({.process = kiv::processOf(own), .queue = kiv::queueOf(own)});
     raw.packet({KIV_NO_MBOX, own, 8, FrameKind::inlined}, "12345678");
-    ::shutdown(raw.data(), SHUT_WR);
+    ::shutdown(raw.socket(), SHUT_WR);
     EXPECT_TRUE(receive());
     EXPECT_FALSE(receive(0));
     EXPECT_FALSE(readable());
-    EXPECT_TRUE(raw.isServed(kiv::slotOf(own)));
-}
-
-TEST_F(KivForgery, a_peer_can_not_keep_a_dead_ones_connection_in_use)
-{
-    // In this process: the queue must fall quiet although somebody still holds the sending end.
-    RawPeer raw(kiv::slotOf(own));
-    ASSERT_TRUE(raw.open(0));
-    const int kept = ::dup(raw.data());
-    raw.packet({KIV_NO_MBOX, own, 8, FrameKind::inlined}, "12345678");
-    raw.tellBytes("garbage"); // ends the control connection
     EXPECT_TRUE(raw.isCutOff());
-    EXPECT_TRUE(receive());
-    EXPECT_TRUE(eventually([&] { return ::send(kept, "12345678", 8, MSG_NOSIGNAL) < 0; }));
-    EXPECT_FALSE(readable());
-    EXPECT_FALSE(receive(0));
-    ::close(kept);
 }
 
 } // namespace
