@@ -2,8 +2,6 @@
 
 #include "runDir.h"
 
-#include <algorithm>
-#include <barrier>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -424,46 +422,6 @@ TEST_F(Ploe, ForkedChildLeavesTheListenerAlone)
     ASSERT_GT(child, 0);
     ASSERT_EQ(::waitpid(child, nullptr, 0), child);
     EXPECT_NE(connectTo(address), nullptr);
-}
-
-TEST_F(Ploe, OfListenersThatStartAtOnceOneGetsTheAddress)
-{
-    constexpr int rounds = 200;
-    constexpr std::size_t starters = 4;
-    std::vector<Socket> listeners(starters);
-    std::vector<int> errors(starters);
-    std::barrier<> step(starters + 1);
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < starters; ++i) {
-        threads.emplace_back([&, i] {
-            for (int round = 0; round < rounds; ++round) {
-                step.arrive_and_wait();
-                listeners[i] = listenAt(address);
-                errors[i] = errorOf(listeners[i]);
-                step.arrive_and_wait();
-            }
-        });
-    }
-    for (int round = 0; round < rounds; ++round) {
-        // What a killed process leaves behind: the file without its socket.
-        fs::remove(file);
-        Socket dead = listenAt(address);
-        fs::rename(file, file.string() + ".kept");
-        dead.reset();
-        fs::rename(file.string() + ".kept", file);
-
-        step.arrive_and_wait();
-        step.arrive_and_wait();
-        EXPECT_EQ(std::count(errors.begin(), errors.end(), 0), 1);
-        EXPECT_EQ(std::count(errors.begin(), errors.end(), EADDRINUSE), static_cast<std::ptrdiff_t>(starters) - 1);
-        EXPECT_NE(connectTo(address), nullptr);
-        for (Socket& listener : listeners) {
-            listener.reset();
-        }
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 } // namespace
