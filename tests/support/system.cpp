@@ -174,17 +174,17 @@ void Process::awaitOutput(const std::string& text) const
     }
 }
 
-Board::Board(Process& boardsimProcess, std::filesystem::path directory)
-    : process(boardsimProcess), m_directory(std::move(directory))
+Board::Board(Process& boardsimProcess, std::filesystem::path directory, std::string command)
+    : process(boardsimProcess), m_directory(std::move(directory)), m_command(std::move(command))
 {
     process.awaitOutput("boardsim ready");
 }
 
 std::string Board::command(const Words& words) const
 {
-    Words argv{ulmo, "board"};
+    Words argv{ulmo, m_command};
     argv.insert(argv.end(), words.begin(), words.end());
-    const auto output = m_directory / fmt::format("command{}.out", m_commands++);
+    const auto output = m_directory / fmt::format("{}Command{}.out", m_command, m_commands++);
     Process client(argv, {{"RU_DIR", m_directory}}, output);
     const int exitCode = client.wait();
     std::string text = client.output();
@@ -213,19 +213,13 @@ RunningUnit::RunningUnit(std::filesystem::path directory) : m_directory(std::mov
     std::filesystem::create_directories(m_directory);
 }
 
-Process& RunningUnit::start(const std::filesystem::path& directory, const char* program, const Words& arguments,
-                            const Environment& environment)
+Process& RunningUnit::start(const char* program, const Words& arguments, const Environment& environment)
 {
     Words argv{program};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    Environment changes{{"RU_DIR", directory}};
+    Environment changes{{"RU_DIR", m_directory}};
     changes.insert(environment.begin(), environment.end());
     return m_processes.emplace_back(argv, changes, m_directory / fmt::format("program{}.out", m_processes.size()));
-}
-
-Process& RunningUnit::start(const char* program, const Words& arguments, const Environment& environment)
-{
-    return start(m_directory, program, arguments, environment);
 }
 
 Process& RunningUnit::startServer(const Environment& environment)
@@ -236,17 +230,10 @@ Process& RunningUnit::startServer(const Environment& environment)
 
 Board& RunningUnit::startBoard(const Words& options)
 {
-    std::filesystem::path directory = m_directory;
-    if (!m_boards.empty()) { // another place for commands, the same mailboxes and message sockets
-        directory /= fmt::format("board{}", m_boards.size());
-        std::filesystem::create_directory(directory);
-        for (const char* shared : {"kiv", "ploe"}) {
-            std::filesystem::create_directory(m_directory / shared); // whoever needs it first
-            std::filesystem::create_directory_symlink(m_directory / shared, directory / shared);
-        }
-    }
-    Process& process = start(directory, boardsim, options);
-    return m_boards.emplace_back(process, directory);
+    const std::string command = m_boards.empty() ? "board" : fmt::format("board{}", m_boards.size());
+    Words arguments{"--command", command};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return m_boards.emplace_back(start(boardsim, arguments), m_directory, command);
 }
 
 Board& RunningUnit::startSoftwareManager()

@@ -77,9 +77,9 @@ struct Finished {
 class Board
 {
 public:
-    Board(Process& boardsim, std::filesystem::path directory);
+    Board(Process& boardsim, std::filesystem::path directory, std::string command);
 
-    /// "ulmo board WORD...", which must succeed; its output.
+    /// "ulmo board WORD...", with the name of its command, which must succeed; its output.
     std::string command(const Words& words) const;
     /// Waits until a server has received a message so often since its start.
     void await(const std::string& server, const std::string& message, unsigned count = 1) const;
@@ -90,6 +90,7 @@ public:
 
 private:
     std::filesystem::path m_directory;
+    std::string m_command;
     mutable unsigned m_commands = 0; ///< names their outputs
 };
 
@@ -104,7 +105,7 @@ public:
     /// The software manager must be there.
     Process& startServer(const Environment& environment = {});
     /// The first has the unit's command "board". Each further one, for servers that the others leave out, has a command
-    /// line of its own.
+    /// of its own: "board1", ...
     Board& startBoard(const Words& options = {});
     /// The one server of the board without which the server doesn't start, and the ones without which it isn't
     /// published.
@@ -128,9 +129,6 @@ public:
     void printOutputs() const;
 
 private:
-    Process& start(const std::filesystem::path& directory, const char* program, const Words& arguments,
-                   const Environment& environment = {});
-
     std::filesystem::path m_directory;
     std::list<Process> m_processes;
     std::list<Board> m_boards;

@@ -79,17 +79,17 @@ int blockEndingSignals()
     return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-int serve(const std::set<std::string>& leftOut)
+int serve(const std::set<std::string>& leftOut, const std::string& command)
 {
     const int signals = blockEndingSignals();
     kiv_init(static_cast<std::uint32_t>(BoardSim::serverNames().size()), 0, 0);
     BoardSim board(leftOut);
     const auto gate = std::make_shared<CommandGate>(board);
     const int error = CommandRegistryIf::getInstance().registerCommand(
-        "board", [gate](const auto& words, std::ostream& out) { return gate->run(words, out); },
+        command, [gate](const auto& words, std::ostream& out) { return gate->run(words, out); },
         Ostinel::CommandRegistry::V1::onOwnThread);
     if (error != 0) {
-        fmt::print(stderr, "boardsim: no command \"board\": {}\n", std::strerror(error));
+        fmt::print(stderr, "boardsim: no command \"{}\": {}\n", command, std::strerror(error));
     } else {
         fmt::print("boardsim ready\n");
         std::fflush(stdout);
@@ -97,7 +97,7 @@ int serve(const std::set<std::string>& leftOut)
         loop.addFd(signals, EPOLLIN, [&loop](int) { loop.stop(); });
         loop.run();
         loop.removeFd(signals);
-        CommandRegistryIf::getInstance().unregisterCommand("board");
+        CommandRegistryIf::getInstance().unregisterCommand(command);
     }
     gate->shut();
     ::close(signals);
@@ -113,16 +113,19 @@ int main(int argc, char** argv)
         "Driven at run time by the command \"board\"; see \"board --help\".",
         "boardsim");
     std::vector<std::string> without;
+    std::string command = "board";
     bool verbose = false;
     app.add_option("--without", without, "servers not to start, separated by commas")
         ->delimiter(',')
         ->check(CLI::IsMember(BoardSim::serverNames()));
+    app.add_option("--command", command, "name of its command; a second simulator in the unit needs another one")
+        ->capture_default_str();
     app.add_flag("-v,--verbose", verbose, "print each message received and sent");
     CLI11_PARSE(app, argc, argv);
 
     try {
         boardsim::console::setVerbose(verbose);
-        return serve({without.begin(), without.end()});
+        return serve({without.begin(), without.end()}, command);
     } catch (const std::exception& error) {
         fmt::print(stderr, "boardsim: {}\n", error.what());
         return 1;

@@ -31,34 +31,25 @@ std::string allBut(BackEnd backEnd)
     return fmt::format("{}", fmt::join(others, ","));
 }
 
+/// Each server's simulator has a command of its own.
+std::string commandOf(BackEnd backEnd)
+{
+    return fmt::format("board-{}", backEndNames[backEnd]);
+}
+
 } // namespace
 
 Programs::Programs(fs::path directory) : m_directory(std::move(directory))
 {
     ::setenv("RU_DIR", m_directory.c_str(), 1);
-    for (const char* shared : {"kiv", "ploe"}) {
-        fs::create_directories(m_directory / shared);
-    }
-    for (unsigned i = 0; i < backEndCount; ++i) {
-        const fs::path folder = folderOf(static_cast<BackEnd>(i));
-        fs::create_directory(folder);
-        for (const char* shared : {"kiv", "ploe"}) {
-            fs::create_directory_symlink(m_directory / shared, folder / shared);
-        }
-    }
+    fs::create_directories(m_directory);
 }
 
-fs::path Programs::folderOf(BackEnd backEnd) const
-{
-    return m_directory / fmt::format("board-{}", backEndNames[backEnd]);
-}
-
-std::unique_ptr<Process> Programs::start(const fs::path& directory, const char* program, const Words& arguments,
-                                         const std::string& output) const
+std::unique_ptr<Process> Programs::start(const char* program, const Words& arguments, const std::string& output) const
 {
     Words argv{program};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    return std::make_unique<Process>(argv, TestSystem::Environment{{"RU_DIR", directory}}, m_directory / output);
+    return std::make_unique<Process>(argv, TestSystem::Environment{{"RU_DIR", m_directory}}, m_directory / output);
 }
 
 void Programs::bringUp()
@@ -66,7 +57,7 @@ void Programs::bringUp()
     for (unsigned i = 0; i < backEndCount; ++i) {
         bringBack(static_cast<BackEnd>(i));
     }
-    m_server = start(m_directory, ENDURANCESERVER_PROGRAM, {}, "server.out");
+    m_server = start(ENDURANCESERVER_PROGRAM, {}, "server.out");
     const std::int64_t end = now() + std::chrono::nanoseconds(TestSystem::patience).count();
     while (kiv_locate("VornServer") == KIV_NO_MBOX) {
         if (now() > end || !m_server->isRunning()) {
@@ -91,7 +82,8 @@ void Programs::bringBack(BackEnd backEnd)
     fs::remove(output); // it is waited for what the new process says
     const bool isLegacy = backEnd == legacy;
     const std::string without = isLegacy ? fmt::format("{}", fmt::join(backEndNames, ",")) : allBut(backEnd);
-    m_board[backEnd] = start(folderOf(backEnd), TestSystem::boardsim, {"--without", without}, output.filename());
+    m_board[backEnd] =
+        start(TestSystem::boardsim, {"--without", without, "--command", commandOf(backEnd)}, output.filename());
     m_board[backEnd]->awaitOutput("boardsim ready");
     if (isLegacy) {
         tellBoard(legacy, {"legacy", "serverref", std::to_string(++m_legacyStarts * numbersOfOne)});
@@ -106,14 +98,14 @@ bool Programs::isRunning(BackEnd backEnd) const
 
 void Programs::tellBoard(BackEnd backEnd, const Words& words)
 {
-    Words argv{"board"};
+    Words argv{commandOf(backEnd)};
     argv.insert(argv.end(), words.begin(), words.end());
-    start(folderOf(backEnd), TestSystem::ulmo, argv, "command.out")->wait();
+    start(TestSystem::ulmo, argv, "command.out")->wait();
 }
 
 std::unique_ptr<Process> Programs::startClient(const Words& arguments, const std::string& output)
 {
-    return start(m_directory, ENDURANCECLIENT_PROGRAM, arguments, output);
+    return start(ENDURANCECLIENT_PROGRAM, arguments, output);
 }
 
 std::string Programs::runCommand(const Words& words) const

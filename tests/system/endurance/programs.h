@@ -32,7 +32,7 @@ public:
     void kill(BackEnd backEnd);
     void bringBack(BackEnd backEnd);
     bool isRunning(BackEnd backEnd) const;
-    /// "board WORDS...", by the command line of this server's process. What it says isn't looked at.
+    /// "board WORDS...", by the command of this server's process. What it says isn't looked at.
     void tellBoard(BackEnd backEnd, const Words& words);
 
     const Process& server() const { return *m_server; }
@@ -48,9 +48,7 @@ public:
     std::string complaints() const;
 
 private:
-    std::unique_ptr<Process> start(const std::filesystem::path& directory, const char* program, const Words& arguments,
-                                   const std::string& output) const;
-    std::filesystem::path folderOf(BackEnd backEnd) const;
+    std::unique_ptr<Process> start(const char* program, const Words& arguments, const std::string& output) const;
     std::string runCommand(const Words& words) const;
 
     std::filesystem::path m_directory;
