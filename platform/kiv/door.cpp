@@ -5,6 +5,7 @@
 #include "kiv/log.h"
 #include "kiv/process.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -209,7 +210,7 @@ void Door::admit(Arrival& arrival)
         reason = "too many connections";
     } else {
         const auto visitor = std::make_shared<Visitor>(*this, hello.process, std::move(socket), identity);
-        m_visits.emplace(hello.process, Visit{visitor, identity});
+        m_visits.emplace(hello.process, visitor);
         reason = visitor->start() ? nullptr : "it can't be watched";
     }
     if (socket) {
@@ -321,15 +322,12 @@ void Door::Visitor::end(const char* reason)
     if (reason != nullptr) {
         logLine("process %d cut off: %s", static_cast<int>(m_identity.pid), reason);
     }
-    m_door.m_process.removeRemoteOf(m_process);
     m_door.m_process.io().remove(m_token, m_socket.get());
     m_door.m_process.closer().close(std::move(m_socket));
     const auto [begin, last] = m_door.m_visits.equal_range(m_process);
-    for (auto visit = begin; visit != last; ++visit) {
-        if (visit->second.visitor == self) {
-            m_door.m_visits.erase(visit);
-            return;
-        }
+    m_door.m_visits.erase(std::find_if(begin, last, [&](const auto& visit) { return visit.second == self; }));
+    if (!m_door.m_visits.contains(m_process)) {
+        m_door.m_process.removeRemoteOf(m_process);
     }
 }
 

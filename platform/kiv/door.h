@@ -64,11 +64,7 @@ private:
     bool m_sweeps = false;
     std::vector<std::byte> m_packet = std::vector<std::byte>(maxPacket); ///< what visitors are read into
 
-    struct Visit {
-        std::shared_ptr<Visitor> visitor;
-        Identity identity;
-    };
-    std::unordered_multimap<std::uint32_t, Visit> m_visits; ///< by process
+    std::unordered_multimap<std::uint32_t, std::shared_ptr<Visitor>> m_visits; ///< by process
 };
 
 } // namespace kiv

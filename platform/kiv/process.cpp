@@ -644,32 +644,23 @@ void Process::lostProcess(std::uint32_t process, const Identity& identity, bool 
 void Process::processGone(std::uint32_t process, const Identity& identity, bool refused)
 {
     const bool lives = refused && m_registry.isAlive(process);
-    if (!lives) {
-        // What it had sent before comes first.
-        if (m_door) {
-            m_door->takeIn();
-            m_door->forget(process);
-        }
-        m_flow.forget(process);
+    if (lives) {
+        // Too busy to have us: everything is asked for once more.
+        m_io.after(monitorRetry, [this, process] { monitorAgain(process); });
+        return;
     }
+    // What it had sent before comes first.
+    if (m_door) {
+        m_door->takeIn();
+        m_door->forget(process);
+    }
+    m_flow.forget(process);
     WatchedOf watched;
     {
         const std::lock_guard lock(m_tables);
         if (auto node = m_watched.extract(process); !node.empty()) {
             watched = std::move(node.mapped());
         }
-        if (lives) {
-            m_watched[process] = watched;
-        }
-    }
-    if (lives) {
-        // Too busy to have us: everything is asked for once more.
-        m_io.after(monitorRetry, [this, watched] {
-            for (const auto& [ref, one] : watched) {
-                sendControl(FrameKind::monitor, one.receiver, one.mailbox, ref);
-            }
-        });
-        return;
     }
     std::unordered_map<std::shared_ptr<Queue>, std::vector<Queue::Death>> deaths;
     for (const auto& [ref, one] : watched) {
@@ -679,6 +670,20 @@ void Process::processGone(std::uint32_t process, const Identity& identity, bool 
     }
     for (const auto& [queue, own] : deaths) {
         queue->died(process, identity, own);
+    }
+}
+
+void Process::monitorAgain(std::uint32_t process)
+{
+    WatchedOf watched;
+    {
+        const std::lock_guard lock(m_tables);
+        if (const auto found = m_watched.find(process); found != m_watched.end()) {
+            watched = found->second;
+        }
+    }
+    for (const auto& [ref, one] : watched) {
+        sendControl(FrameKind::monitor, one.receiver, one.mailbox, ref);
     }
 }
 

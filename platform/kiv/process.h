@@ -132,6 +132,7 @@ private:
     std::vector<Watcher> takeWatchers(kiv_mbox_id_t id);
     void tellDeath(kiv_mbox_id_t mailbox, const std::vector<Watcher>& watchers);
     void processGone(std::uint32_t process, const Identity& identity, bool refused);
+    void monitorAgain(std::uint32_t process);
     void flushTick();
     void resume();
 
