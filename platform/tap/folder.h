@@ -1,8 +1,8 @@
 /// The folder "$RU_DIR/tap" with the sockets of the sending processes and of the listeners.
 ///
 /// A process that is killed leaves its sockets' files behind. A listener that opens removes them, and so does a process
-/// that finds many files. Another's file is removed only under the folder's lock, and nobody waits for that lock: who
-/// doesn't get it removes nothing.
+/// that finds many files. Another process's file is removed only under the folder's lock. Nobody waits for that lock:
+/// if it is held, nothing is removed.
 #pragma once
 
 #include "uniqueFd.h"
@@ -34,7 +34,7 @@ struct SocketFile {
 class Folder
 {
 public:
-    /// Makes the folder where it is missing.
+    /// Makes the folder if it is missing.
     int open();
 
     /// Lists the sockets' files, as many as a unit can have.

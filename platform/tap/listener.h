@@ -9,12 +9,12 @@
 ///     }
 ///
 /// Each process sends over a connection of its own, in which records keep the order of its threads; a record of one
-/// process may come before an earlier one of another process. Who needs them in one order sorts them by time.
+/// process may come before an earlier one of another process. A tool that needs one order sorts them by time.
 ///
 /// A program that listens and sends messages itself gets copies of its own messages too.
 ///
-/// Threads: a listener belongs to one thread at a time. fork: a child that goes on without exec destroys its copy of
-/// the object; as long as it keeps it, the processes don't notice that the parent's listener has gone.
+/// Threads: a listener belongs to one thread at a time. fork: a child that goes on without exec has to destroy its copy
+/// of the object; until then the processes don't notice that the parent's listener has gone.
 #pragma once
 
 #include "tap/folder.h"
@@ -38,13 +38,13 @@ struct Options {
     /// Bytes of a message that a copy holds, at most maxCopiedBytes.
     std::size_t maxBytes = std::size_t{64} * 1024;
     /// Bytes that each process keeps for the listener, the kernel's own share included, at most maxBuffer. Without
-    /// privileges a process gets no more than the system's limit (net.core.wmem_max) allows it.
+    /// privileges a process keeps no more than the system's limit (net.core.wmem_max) allows.
     std::size_t buffer = std::size_t{1024} * 1024;
 };
 
 /// What a process has sent to the listener.
 struct Record {
-    /// With false, nothing but the process, the time and `lost` is told.
+    /// If false, only the process, the time and `lost` are set.
     bool isCopy = true;
     std::uint64_t time = 0; ///< nanoseconds since 1970
     pid_t process = 0;
@@ -53,8 +53,8 @@ struct Record {
     Direction direction = Direction::toReceiver;
     std::uint32_t sender = 0;   ///< a mailbox id; 0 for ploe
     std::uint32_t receiver = 0; ///< the same
-    /// Where the process knew only the id of a mailbox, the name that an earlier copy had for it, from any process.
-    /// Empty if unknown.
+    /// If the process knew only the id of a mailbox, the name that an earlier copy of any process had for it. Empty if
+    /// unknown.
     std::string senderName;
     std::string receiverName;
     std::uint64_t size = 0;       ///< of the message, bytes
@@ -75,7 +75,7 @@ public:
     /// said.
     int open(const Options& options = {});
 
-    /// Ends it: the processes stop to copy. What hasn't been taken is lost.
+    /// Ends it: the processes stop copying. Records that haven't been read are lost.
     void close();
 
     /// For poll, epoll or an event loop: readable while next() has something to do. It may be readable when next()
@@ -85,7 +85,7 @@ public:
     /// Waits for the next record, at most this long. Each process that has sent something is read in turn.
     std::optional<Record> next(std::chrono::milliseconds timeout);
 
-    /// The name of a mailbox, as far as a copy has told it; empty if unknown.
+    /// The name of a mailbox, if a copy held it; empty otherwise.
     std::string nameOf(std::uint32_t mailbox) const;
 
     /// How many processes are connected.

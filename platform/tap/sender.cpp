@@ -146,7 +146,7 @@ void Sender::serve()
     if (retries || visitors > 0) {
         findListeners();
     }
-    // The end of its connection tells a visitor that his listener has been found.
+    // A visitor learns from the end of its connection that its listener has been found.
     for (std::size_t i = 0; i < visitors; ++i) {
         const UniqueFd closed = std::move(m_visitors[i]);
     }
@@ -164,7 +164,7 @@ std::size_t Sender::acceptVisitors()
             m_visitors[count++] = std::move(visitor);
         } else if (errno != ECONNABORTED && errno != EINTR) {
             if (errno != EAGAIN) {
-                // Without a descriptor it goes on waiting: the socket stays readable, and isn't watched until later.
+                // The visitor goes on waiting for a descriptor. The socket stays readable: not watched until later.
                 watch(EPOLL_CTL_MOD, m_listening.get(), 0);
                 retryLater();
             }
@@ -205,7 +205,7 @@ bool Sender::forgetGone()
 void Sender::setOpen() const
 {
     detail::open = std::any_of(m_connections.begin(), m_connections.end(),
-                               [](const Connection& connection) { return bool{connection.socket}; });
+                               [](const Connection& connection) { return connection.isLive(); });
 }
 
 void Sender::findListeners()
@@ -294,7 +294,7 @@ void Sender::copy(const Copy& what)
     header.receiverNameSize = static_cast<std::uint8_t>(std::min(what.receiverName.size(), maxName));
     const std::lock_guard lock(m_sending);
     for (Connection& connection : m_connections) {
-        if (connection.socket) {
+        if (connection.isLive()) {
             send(connection, header, what);
         }
     }
@@ -314,7 +314,11 @@ void Sender::send(Connection& connection, PacketHeader& header, const Copy& what
         connection.lost = 0;
         return;
     }
-    // If the listener has gone, the thread is about to forget it.
+    if (errno == EPIPE) {
+        connection.gone = true;
+        setOpen();
+        return;
+    }
     ++connection.lost;
     awaitRoom(connection, true);
 }
@@ -323,7 +327,7 @@ void Sender::reportLosses()
 {
     const std::lock_guard lock(m_sending);
     for (Connection& connection : m_connections) {
-        if (!connection.socket || (connection.lost == 0 && !connection.awaitsRoom)) {
+        if (!connection.isLive() || (connection.lost == 0 && !connection.awaitsRoom)) {
             continue;
         }
         PacketHeader header;

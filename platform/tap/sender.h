@@ -54,6 +54,9 @@ private:
         std::size_t maxBytes = 0; ///< of a message
         std::uint64_t lost = 0;   ///< copies since the last packet
         bool awaitsRoom = false;  ///< the thread is woken when there is room for a packet
+        bool gone = false;        ///< the listener; the thread is about to forget it
+
+        bool isLive() const { return socket && !gone; }
     };
 
     static void* threadMain(void* self);
@@ -76,7 +79,7 @@ private:
     std::string m_name; ///< of the own socket
     UniqueFd m_epoll;
     UniqueFd m_listening;
-    std::array<UniqueFd, 32> m_visitors; ///< each is closed once it has been looked for listeners
+    std::array<UniqueFd, 32> m_visitors; ///< closed when the process has looked for listeners
     bool m_retries = false;              ///< something failed that may succeed later
     std::chrono::milliseconds m_retryDelay{0};
     Clock::time_point m_retryAt;

@@ -3,9 +3,9 @@
 /// A listener (tap/listener.h) in the folder "$RU_DIR/tap" receives a copy of every message that a process of the unit
 /// sends while the listener is there. The library that carries a message (kiv, ploe) hands it to the tap:
 ///
-///     tap::start();                                        // where the library starts to be used
+///     tap::start();                                        // when the library is first used
 ///     ...
-///     if (tap::isOpen()) {                                 // where a message is sent
+///     if (tap::isOpen()) {                                 // for each message
 ///         tap::copy({.carrier = tap::Carrier::kiv, .sender = sender, .receiver = receiver,
 ///                    .size = size, .bytes = message});
 ///     }
@@ -14,23 +14,23 @@
 ///   cost       while nobody listens, isOpen() is all that a message costs: one relaxed load
 ///   delay      copy() never waits for a listener and allocates nothing: what a listener's socket doesn't take is lost
 ///   loss       lost copies are counted for each listener. The next copy that gets through carries the count; if no
-///              further message is sent, the count alone is sent as soon as there is room. Only a process that ends
-///              before there is room takes its last count along.
-///   memory     a listener that doesn't read costs each sending process what it asked for as its buffer, at most
+///              further message is sent, the count alone is sent as soon as there is room. If the process ends before,
+///              its last count is not reported.
+///   memory     a listener that doesn't read costs each sending process the buffer that it asked for, at most
 ///              maxBuffer, and one copy more
-///   order      copies of one thread arrive in the order of its calls. Nothing but their times orders the copies of
-///              different processes.
+///   order      copies of one thread arrive in the order of its calls; copies of different processes are ordered by
+///              their times only
 ///   listeners  maxListeners at once; they must have the effective user of the sending process
-///   completeness  a listener that is open when start() begins receives all that the process sends after it returned;
-///              a later one receives all that is sent after tap::Listener::open() returned
+///   start      a listener that is open when start() begins receives all that the process sends after start() has
+///              returned; a later one receives all that is sent after tap::Listener::open() has returned
 ///   fork       a child begins without the tap, until it calls start() itself
-///   failure    where the folder, a descriptor or the thread can't be had, the tap stays closed
+///   failure    if the folder, a socket or the thread can't be created, the tap stays closed
 ///
 /// Each process has a socket "process-PID-N" in the folder, and a thread "ru-tap" that accepts there. A new listener
-/// binds a socket "listener-PID-N-VERSION-MAXBYTES-BUFFER" and connects to every process's socket; a process to which
-/// somebody connects looks for listeners that it doesn't know yet, connects to them, and closes the connection that
-/// made it look. It looks for them as well when it starts. All that a process has to know of a listener is in that
-/// file's name, so it never waits for one.
+/// binds a socket "listener-PID-N-VERSION-MAXBYTES-BUFFER" and connects to every process's socket. The process then
+/// looks for listeners that it doesn't know yet, connects to them, and closes the connection that made it look. It also
+/// looks for them when it starts. The name of the file holds all that a process has to know of a listener, so it never
+/// waits for one.
 #pragma once
 
 #include <atomic>
@@ -43,8 +43,8 @@ namespace tap {
 /// How many listeners a process serves at once.
 inline constexpr std::size_t maxListeners = 4;
 
-/// Most bytes of a message that a copy holds. It fits a packet under the usual limits of the system, also for a process
-/// without privileges; where the system's limit is lower, copies hold less.
+/// Most bytes of a message that a copy holds. With the usual limits of the system (net.core.wmem_max) a packet takes
+/// them, also without privileges; with lower limits copies hold less.
 inline constexpr std::size_t maxCopiedBytes = std::size_t{256} * 1024;
 
 /// Most bytes that a listener may ask a process to keep for it.
@@ -58,7 +58,7 @@ enum class Carrier : std::uint8_t { kiv = 1, ploe = 2 };
 
 /// Which end of its connection sent a message.
 enum class Direction : std::uint8_t {
-    toReceiver = 0,  ///< there are no two kinds of ends (kiv)
+    toReceiver = 0,  ///< neither: the ends are alike (kiv)
     toListener = 1,  ///< the end that had connected (ploe)
     toConnector = 2, ///< the end that had listened (ploe)
 };
@@ -80,8 +80,8 @@ namespace detail {
 inline std::atomic<bool> open = false;
 }
 
-/// Makes the process known to listeners and connects to those that are there. Returns at once if it was done before;
-/// never fails (see above). It must not be called with a lock held that a handler of fork takes.
+/// Makes the process known to listeners and connects to those that are open. Returns at once if it was called before,
+/// also if that failed. It must not be called with a lock held that a handler of fork takes.
 void start() noexcept;
 
 /// Whether anybody listens.
