@@ -113,9 +113,11 @@ private:
     std::map<std::pair<pid_t, std::uint32_t>, std::uint32_t> m_last;
 };
 
+/// The test's own process has a tap in every test, so that the cases can also share a process.
 class Tap : public testing::Test
 {
 protected:
+    void SetUp() override { tap::start(); }
     static void openListener(Listener& opened, const tap::Options& options = {})
     {
         ASSERT_EQ(opened.open(options), 0) << std::strerror(errno);
@@ -141,7 +143,6 @@ protected:
 TEST_F(Tap, CopyHoldsWhatItsSenderKnows)
 {
     openListener(listener, {.maxBytes = 5});
-    tap::start();
     ASSERT_TRUE(tap::isOpen());
 
     const std::string text = "message";
@@ -188,7 +189,6 @@ TEST_F(Tap, LargeMessagesAreCopiedUpToEachListenersLimit)
     Listener small;
     openListener(small, {.maxBytes = 1000, .buffer = 0});
     openListener(listener, {.maxBytes = std::size_t{1} << 30, .buffer = std::size_t{1} << 40});
-    tap::start();
     std::string message(std::size_t{16} << 20, '\0');
     for (std::size_t i = 0; i < message.size(); ++i) {
         message[i] = static_cast<char>(i * 7 + i / 251);
@@ -256,7 +256,7 @@ TEST_F(Tap, EveryMessageOfTenProcessesIsAccountedFor)
         EXPECT_EQ(peer->answer(), "sent");
         EXPECT_EQ(tally.accounted(peer->pid()), 2000U);
     }
-    EXPECT_EQ(listener.processes(), peers.size());
+    EXPECT_EQ(listener.processes(), peers.size() + 1);
     EXPECT_FALSE(listener.next(0ms));
 }
 
@@ -313,11 +313,11 @@ TEST_F(Tap, KilledListenerIsForgottenAndItsFileCleared)
     killed.kill();
     EXPECT_TRUE(eventually([&] { return peer.call("open?") == "closed"; }));
     EXPECT_EQ(filesOf("listener"), 1U);
-    EXPECT_EQ(filesOf("process"), 2U);
+    EXPECT_EQ(filesOf("process"), 3U);
 
     openListener(listener);
     EXPECT_EQ(filesOf("listener"), 1U) << "the new one";
-    EXPECT_EQ(filesOf("process"), 1U);
+    EXPECT_EQ(filesOf("process"), 2U);
     EXPECT_EQ(next().process, peer.pid());
     EXPECT_EQ(peer.call("stop"), "stopped");
 }
@@ -337,9 +337,9 @@ TEST_F(Tap, FilesOfKilledProcessesDoNotPileUp)
     int status = -1;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(filesOf("process"), 100U);
+    EXPECT_EQ(filesOf("process"), 101U);
     const Peer peer;
-    EXPECT_EQ(filesOf("process"), 1U);
+    EXPECT_EQ(filesOf("process"), 2U);
 }
 
 TEST_F(Tap, OneListenerMoreThanAProcessServesIsRefused)
@@ -348,7 +348,6 @@ TEST_F(Tap, OneListenerMoreThanAProcessServesIsRefused)
     for (Listener& other : others) {
         openListener(other);
     }
-    tap::start();
     EXPECT_EQ(listener.open(), EBUSY);
     EXPECT_EQ(others[0].open(), EALREADY);
     others[0].close();
@@ -399,7 +398,7 @@ TEST_F(Tap, MalformedPacketCutsOffItsSenderOnly)
         EXPECT_EQ(next().process, ::getpid());
         if (i < malformed.size()) {
             ASSERT_GT(::send(intruder.get(), malformed[i].data(), malformed[i].size(), MSG_NOSIGNAL), 0);
-            EXPECT_TRUE(idleUntil([&] { return listener.processes() == 1; })) << i;
+            EXPECT_TRUE(idleUntil([&] { return listener.processes() == 2; })) << i;
         }
     }
     EXPECT_EQ(peer.call("send 1 1 10"), "sent");
@@ -409,7 +408,6 @@ TEST_F(Tap, MalformedPacketCutsOffItsSenderOnly)
 TEST_F(Tap, PassedDescriptorsAreNotTaken)
 {
     openListener(listener);
-    tap::start();
     tap::Folder folder;
     std::vector<tap::SocketFile> files;
     ASSERT_EQ(folder.open(), 0);
@@ -458,7 +456,7 @@ TEST_F(Tap, NobodyElseListensOrIsHeard)
 
     // If the permissions of folder and files didn't keep others out:
     openListener(listener);
-    EXPECT_EQ(listener.processes(), 1U);
+    EXPECT_EQ(listener.processes(), 2U);
     for (fs::path path = ruDir("tap"); path != fs::temp_directory_path(); path = path.parent_path()) {
         fs::permissions(path, fs::perms::all);
     }
@@ -478,7 +476,6 @@ TEST_F(Tap, NobodyElseListensOrIsHeard)
 TEST_F(Tap, ForkedChildBeginsAnew)
 {
     openListener(listener);
-    tap::start();
     const pid_t child = ::fork();
     if (child == 0) {
         const bool closed = !tap::isOpen();
@@ -504,9 +501,9 @@ TEST_F(Tap, ForkedChildKeepsNothingOfItsParent)
     openListener(listener);
     Peer peer;
     EXPECT_EQ(peer.call("fork"), "forked");
-    EXPECT_TRUE(idleUntil([&] { return listener.processes() == 1; }));
+    EXPECT_TRUE(idleUntil([&] { return listener.processes() == 2; }));
     peer.kill();
-    EXPECT_TRUE(idleUntil([&] { return listener.processes() == 0; })) << "while the child lives";
+    EXPECT_TRUE(idleUntil([&] { return listener.processes() == 1; })) << "while the child lives";
 }
 
 TEST_F(Tap, ProcessThatCannotHaveATapGoesOnWithoutIt)
