@@ -89,11 +89,9 @@ private:
 };
 
 /// intrude: connects to the listener that is there without asking whose it is, and sends a packet.
-std::string intrude()
+std::string intrude(const tap::Folder& folder)
 {
-    tap::Folder folder;
     std::vector<tap::SocketFile> files;
-    folder.open();
     folder.files(files);
     for (const tap::SocketFile& file : files) {
         const UniqueFd socket = tap::newSocket();
@@ -108,13 +106,11 @@ std::string intrude()
 }
 
 /// lure: listens without asking who comes, makes the processes look, and tells what the first that came has sent.
-std::string lure()
+std::string lure(const tap::Folder& folder)
 {
-    tap::Folder folder;
     std::vector<tap::SocketFile> files;
     std::string name;
     const UniqueFd listening = tap::newSocket();
-    folder.open();
     folder.bind(listening.get(), "listener", '-' + std::to_string(tap::packetVersion) + "-100-100000", name);
     ::listen(listening.get(), 10);
     folder.files(files);
@@ -143,8 +139,10 @@ std::string forkChild()
     return child > 0 ? "forked" : "failed";
 }
 
-std::string become(uid_t user)
+/// nobody: becomes another user, who has the folder open all the same.
+std::string become(uid_t user, tap::Folder& folder)
 {
+    folder.open();
     return ::setresuid(user, user, user) == 0 ? "became" : "failed";
 }
 
@@ -160,6 +158,7 @@ int main(int argc, char** argv)
     tap::start();
     Flood flood;
     tap::Listener listener;
+    tap::Folder folder;
     std::string answer = "started";
     for (;;) {
         std::array<char, 100> text{};
@@ -175,10 +174,10 @@ int main(int argc, char** argv)
                  : command == "flood"   ? flood.start()
                  : command == "stop"    ? flood.stop()
                  : command == "listen"  ? std::to_string(listener.open())
-                 : command == "intrude" ? intrude()
-                 : command == "lure"    ? lure()
+                 : command == "intrude" ? intrude(folder)
+                 : command == "lure"    ? lure(folder)
                  : command == "fork"    ? forkChild()
-                 : command == "nobody"  ? become(65'534)
+                 : command == "nobody"  ? become(65'534, folder)
                                         : "unknown";
     }
 }
