@@ -62,8 +62,9 @@ struct Part {
                     Results& results);
 };
 constexpr std::array parts{
-    Part{"transports", measureTransports}, Part{"faults", measureFanOuts},    Part{"loads", measureLoads},
-    Part{"starts", measureStarts},         Part{"calls", measureSystemCalls}, Part{"scale", measureScale},
+    Part{"transports", measureTransports}, Part{"faults", measureFanOuts}, Part{"loads", measureLoads},
+    Part{"starts", measureStarts},         Part{"tap", measureTap},        Part{"calls", measureSystemCalls},
+    Part{"scale", measureScale},
 };
 
 std::vector<std::string> namesOfParts()

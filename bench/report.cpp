@@ -183,6 +183,23 @@ std::string printScale(const std::string& title, const std::vector<ScaleFigures>
                               medianRatio(all.utcRoundTrip, one.utcRoundTrip));
 }
 
+std::string printTap(const std::vector<TapFigures>& figures)
+{
+    if (figures.empty()) {
+        return {};
+    }
+    std::string text =
+        "| Tap, direct, 64 in flight | Asking whether somebody listens (ns a message) | Without listener "
+        "(messages/s) | With one that reads (messages/s) | With : without | Copies lost |\n"
+        "|---|--:|--:|--:|--:|--:|\n";
+    for (const TapFigures& row : figures) {
+        text += fmt::format("| {} | {:.2f} | {:.0f} | {:.0f} | {:.2f} | {:.0f} % |\n", nameOf(row.processors),
+                            median(row.question), median(row.without), median(row.with),
+                            medianRatio(row.with, row.without), 100 * median(row.lost));
+    }
+    return text + '\n';
+}
+
 std::string printStarts(const std::vector<StartFigures>& figures)
 {
     if (figures.empty()) {
@@ -363,7 +380,7 @@ std::string printTables(const Results& results)
                        results.quick ? ", quick" : "") +
            printAims(results) + transports + fanOuts + printLoads(results.loads, Processors::one) +
            printLoads(results.loads, Processors::all) + printLongLoad(results.longLoad) + scale +
-           printStarts(results.starts);
+           printStarts(results.starts) + printTap(results.tap);
 }
 
 std::string printSystemCalls(const Results& results)
@@ -402,6 +419,14 @@ std::string printJson(const Results& results)
                          {"utcRoundTripMicroseconds", row.utcRoundTrip},
                          {"bytesPerClient", row.memory}});
     }
+    nlohmann::json tap = nlohmann::json::array();
+    for (const TapFigures& row : results.tap) {
+        tap.push_back({{"processors", nameOf(row.processors)},
+                       {"question", row.question},
+                       {"without", row.without},
+                       {"with", row.with},
+                       {"lost", row.lost}});
+    }
     nlohmann::json starts = nlohmann::json::array();
     for (const StartFigures& row : results.starts) {
         starts.push_back({{"processors", nameOf(row.processors)},
@@ -426,6 +451,7 @@ std::string printJson(const Results& results)
                           {"longLoad", jsonOf(results.longLoad)},
                           {"scale", scale},
                           {"starts", starts},
+                          {"tap", tap},
                           {"systemCalls", calls}}
         .dump(2);
 }

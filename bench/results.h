@@ -79,6 +79,15 @@ struct StartFigures {
     std::vector<double> processor; ///< that the server has used by then, milliseconds
 };
 
+/// Messages with and without a listener, in turn.
+struct TapFigures {
+    Processors processors;
+    std::vector<double> question; ///< whether somebody listens, nanoseconds
+    std::vector<double> without;  ///< messages a second
+    std::vector<double> with;
+    std::vector<double> lost; ///< share of the copies
+};
+
 /// The system calls of one process on the way of a message and its answer.
 struct CallFigures {
     std::string way;
@@ -96,6 +105,7 @@ struct Results {
     std::vector<LoadComparison> loads;     ///< by processors, then by size, then by window
     LongLoad longLoad;
     std::vector<StartFigures> starts;
+    std::vector<TapFigures> tap;
     std::vector<CallFigures> calls; ///< by way, in the order in which a message passes the processes
     std::string callsRefusal;       ///< why they couldn't be counted
 };
@@ -127,6 +137,7 @@ void measureFanOuts(const std::string& folder, const std::string& serverProgram,
 void measureScale(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
 void measureLoads(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
 void measureStarts(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
+void measureTap(const std::string& folder, const std::string& serverProgram, const Effort& effort, Results& results);
 void measureSystemCalls(const std::string& folder, const std::string& serverProgram, const Effort& effort,
                         Results& results);
 

@@ -27,7 +27,6 @@ bool isLocalSocket(const Descriptor& descriptor)
 void drain(const Descriptor& socket, std::vector<Descriptor>& found)
 {
     std::array<std::byte, sizeof(Hello)> buffer;
-    ::shutdown(socket.get(), SHUT_RDWR);
     for (int count = 0; count < maxDrained; ++count) {
         Packet packet = receivePacket(socket.get(), buffer);
         if (packet.result != Packet::Result::packet) {
@@ -41,6 +40,8 @@ void drain(const Descriptor& socket, std::vector<Descriptor>& found)
 
 void Closer::close(Descriptor descriptor)
 {
+    // The connection ends now, whenever it is closed.
+    ::shutdown(descriptor.get(), SHUT_RDWR);
     const std::lock_guard lock(m_mutex);
     m_running = m_running || startThread("kiv-close", threadMain, this) == 0;
     if (descriptor) {

@@ -173,6 +173,12 @@ void Door::receiveHello(Arrival& arrival)
 
 void Door::prove(Arrival& arrival)
 {
+    for (const auto& [key, former] : m_arrivals) {
+        if (key < arrival.key && former->hasSpoken && former->identity == arrival.identity) {
+            sweepLater(proofRetry); // in the order in which they came
+            return;
+        }
+    }
     const std::uint32_t process = arrival.hello.process;
     Identity& known = m_known[process];
     if (known != arrival.identity) {
@@ -246,25 +252,31 @@ void Door::sweep()
         arrivals.push_back(arrival);
     }
     for (const auto& arrival : arrivals) {
-        if (arrival->hasSpoken) {
+        if (now - arrival->since > helloPatience) {
+            drop(*arrival, arrival->hasSpoken ? "it can't be proven" : "no hello");
+        } else if (arrival->hasSpoken) {
             prove(*arrival);
-        } else if (now - arrival->since > helloPatience) {
-            drop(*arrival, "no hello");
         }
     }
 }
 
 void Door::sweepLater(Clock::duration delay)
 {
-    if (!std::exchange(m_sweeps, true)) {
-        m_process.io().after(delay, [self = shared_from_this()] {
-            self->m_sweeps = false;
-            self->sweep();
-            if (!self->m_arrivals.empty()) {
-                self->sweepLater(sweepInterval);
-            }
-        });
+    const auto at = Clock::now() + delay;
+    if (at >= m_sweepAt) {
+        return;
     }
+    m_sweepAt = at;
+    m_process.io().after(delay, [self = shared_from_this(), at] {
+        if (self->m_sweepAt != at) {
+            return; // an earlier one has taken its place
+        }
+        self->m_sweepAt = Clock::time_point::max();
+        self->sweep();
+        if (!self->m_arrivals.empty()) {
+            self->sweepLater(sweepInterval);
+        }
+    });
 }
 
 void Door::Visitor::onEvents(std::uint32_t /*events*/)
@@ -283,7 +295,7 @@ void Door::Visitor::onEvents(std::uint32_t /*events*/)
             packet.bytes.empty() || !packet.descriptors.empty() ? "malformed control message" : nullptr;
         FrameReader frames(packet);
         while (reason == nullptr && !frames.atEnd()) {
-            reason = take(frames.next());
+            reason = take(frames.next() != nullptr ? frames.message() : nullptr);
         }
         if (reason != nullptr) {
             m_door.m_process.closer().close(packet.descriptors);

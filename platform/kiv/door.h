@@ -60,8 +60,8 @@ private:
     std::map<std::uint64_t, std::shared_ptr<Arrival>> m_arrivals; ///< not proven yet, in the order in which they came
     std::uint64_t m_lastArrival = 0;
     std::unordered_map<pid_t, unsigned> m_arrivalsOf;
-    std::unordered_map<std::uint32_t, Identity> m_known; ///< the owners of numbers
-    bool m_sweeps = false;
+    std::unordered_map<std::uint32_t, Identity> m_known;                 ///< the owners of numbers
+    Clock::time_point m_sweepAt = Clock::time_point::max();              ///< the next sweep
     std::vector<std::byte> m_packet = std::vector<std::byte>(maxPacket); ///< what visitors are read into
 
     std::unordered_multimap<std::uint32_t, std::shared_ptr<Visitor>> m_visits; ///< by process

@@ -9,9 +9,9 @@
 namespace kiv {
 namespace {
 
-constexpr std::size_t muchForServers = Flow::maxWaiting / 2;
+constexpr std::size_t muchRelayed = Flow::maxWaiting / 2;
 /// What has been read already, and one large message more, still fit below maxWaiting.
-constexpr std::size_t veryMuchForServers = Flow::maxWaiting * 5 / 8;
+constexpr std::size_t veryMuchRelayed = Flow::maxWaiting * 5 / 8;
 constexpr std::size_t accountsSize = (lastProcess + 1) * 24;
 
 /// The accounts are never constant, though whoever reads them may be.
@@ -69,9 +69,9 @@ void Flow::add(const Waiting& waiting)
 {
     shared(m_accounts[waiting.destination].waiting) += waiting.bytes;
     m_inAll += waiting.bytes;
-    if (waiting.toServer) {
+    if (waiting.isRelayed()) {
         shared(m_accounts[waiting.cause].relayed) += waiting.bytes;
-        m_forServers += waiting.bytes;
+        m_relayed += waiting.bytes;
     }
 }
 
@@ -79,9 +79,9 @@ void Flow::remove(const Waiting& waiting)
 {
     shared(m_accounts[waiting.destination].waiting) -= waiting.bytes;
     m_inAll -= waiting.bytes;
-    if (waiting.toServer) {
+    if (waiting.isRelayed()) {
         shared(m_accounts[waiting.cause].relayed) -= waiting.bytes;
-        m_forServers -= waiting.bytes;
+        m_relayed -= waiting.bytes;
     }
 }
 
@@ -98,9 +98,9 @@ bool Flow::mayRead(std::uint32_t process, bool isHeld) const
     }
     const std::size_t share = isHeld ? 2 : 1;
     const std::size_t relayed = shared(account.relayed).load();
-    const std::size_t forServers = m_forServers;
+    const std::size_t relayedInAll = m_relayed;
     return shared(account.waiting).load() <= maxUnread / share && relayed <= maxRelayed / share &&
-           (relayed == 0 || forServers <= muchForServers / share) && forServers <= veryMuchForServers / share;
+           (relayed == 0 || relayedInAll <= muchRelayed / share) && relayedInAll <= veryMuchRelayed / share;
 }
 
 void Flow::relieved()

@@ -5,12 +5,13 @@
 /// thread received last. From these a receive queue sees whether it goes on reading a peer.
 ///
 /// Only those are held up that came here: a process that this one sought out first is a server that it uses, and to
-/// stop reading a server's answers would let one slow client stop everybody. So who holds up whom follows the direction
-/// of first contact and can't go round in a circle. A peer that came isn't read while
+/// stop reading a server's answers would let one slow client stop everybody. So of two processes only one holds up the
+/// other. (Three that relay to each other in a circle can hold each other up; nothing in a unit does.) A peer that came
+/// isn't read while
 ///
 ///   - more than maxUnread waits for it: it doesn't read its answers
 ///   - more than maxRelayed waits for servers on its behalf
-///   - much waits for servers altogether, and some of that is its own
+///   - much waits for servers on behalf of others, and some of that is its own
 ///   - very much does: then nobody's is read, before a server would be cut off
 ///
 /// Threads: usable from all, without locks.
@@ -50,6 +51,7 @@ public:
         bool toServer;
         std::uint32_t cause; ///< on whose behalf, 0 for nobody's
         std::size_t bytes;
+        bool isRelayed() const { return toServer && cause != 0 && cause != destination; }
     };
     void add(const Waiting& waiting);
     void remove(const Waiting& waiting);
@@ -78,7 +80,7 @@ private:
     std::function<void()> m_resume;
     Account* m_accounts; ///< by process number; what is never used is never touched
     std::atomic<std::size_t> m_inAll = 0;
-    std::atomic<std::size_t> m_forServers = 0;
+    std::atomic<std::size_t> m_relayed = 0; ///< to servers
     std::atomic<int> m_held = 0;
 };
 

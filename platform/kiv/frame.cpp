@@ -97,6 +97,9 @@ SendResult sendMemfd(int socket, Message& message)
     const int descriptor = file.get();
     std::memcpy(CMSG_DATA(rights), &descriptor, sizeof descriptor);
     const int error = sendMessage(socket, header);
+    if (error != 0) {
+        message.frame.kind = FrameKind::inlined; // it may still go otherwise
+    }
     return error == 0 ? SendResult::sent : resultOf(error);
 }
 
@@ -278,31 +281,38 @@ std::span<Packet> PacketBatch::receive(int socket, unsigned limit)
     return {m_packets.data(), static_cast<std::size_t>(count)};
 }
 
-MessagePtr FrameReader::next()
+const FrameHeader* FrameReader::next()
 {
-    FrameHeader header{};
-    if (m_packet.isTruncated || m_packet.lacksDescriptors || m_rest.size() < sizeof header) {
+    if (m_packet.isTruncated || m_packet.lacksDescriptors || m_rest.size() < sizeof m_header) {
         return nullptr;
     }
-    std::memcpy(&header, m_rest.data(), sizeof header);
-    m_rest = m_rest.subspan(sizeof header);
-    if (!isMessageSize(header.size)) {
+    std::memcpy(&m_header, m_rest.data(), sizeof m_header);
+    m_rest = m_rest.subspan(sizeof m_header);
+    const bool isAlone = m_rest.empty() && m_packet.bytes.size() == sizeof m_header;
+    const bool isWhole = m_header.kind == FrameKind::memfd
+                             ? isAlone && m_packet.descriptors.size() == 1
+                             : m_header.size <= m_rest.size() && m_packet.descriptors.empty();
+    if (!isWhole || !isMessageSize(m_header.size)) {
         return nullptr;
     }
-    MessagePtr message;
-    if (header.kind == FrameKind::memfd) {
-        if (m_rest.empty() && m_packet.bytes.size() == sizeof header && m_packet.descriptors.size() == 1) {
-            message = readMemfd(header, m_packet.descriptors.front().get());
-        }
-    } else if (header.size <= m_rest.size() && m_packet.descriptors.empty()) {
-        message = makeMessage(header.size, false);
+    m_payload = m_rest.first(m_header.kind == FrameKind::memfd ? 0 : m_header.size);
+    m_rest = m_rest.subspan(m_payload.size());
+    return &m_header;
+}
+
+MessagePtr FrameReader::message() const
+{
+    if (m_header.kind == FrameKind::memfd) {
+        MessagePtr message = readMemfd(m_header, m_packet.descriptors.front().get());
         if (message) {
-            std::memcpy(static_cast<void*>(message->payload()), m_rest.data(), header.size);
-            m_rest = m_rest.subspan(header.size);
+            message->frame = m_header;
         }
+        return message;
     }
+    MessagePtr message = makeMessage(m_header.size, false);
     if (message) {
-        message->frame = header;
+        std::memcpy(static_cast<void*>(message->payload()), m_payload.data(), m_payload.size());
+        message->frame = m_header;
     }
     return message;
 }

@@ -93,19 +93,24 @@ private:
     std::array<Packet, capacity> m_packets;
 };
 
-/// Takes a packet apart.
+/// Takes a packet apart: the header of each frame, then its payload if it is wanted.
 class FrameReader
 {
 public:
     explicit FrameReader(const Packet& packet) : m_packet(packet), m_rest(packet.bytes) {}
 
     bool atEnd() const { return m_rest.empty(); }
-    /// The next frame as a message; null where the packet is malformed. The addresses are still to be checked.
-    MessagePtr next();
+    /// The next frame's header, behind which its payload lies; null where the packet is malformed. The addresses are
+    /// still to be checked.
+    const FrameHeader* next();
+    /// That frame as a message; null where there is no memory or a memfd isn't what it should be.
+    MessagePtr message() const;
 
 private:
     const Packet& m_packet;
     std::span<const std::byte> m_rest;
+    std::span<const std::byte> m_payload;
+    FrameHeader m_header{};
 };
 
 } // namespace kiv

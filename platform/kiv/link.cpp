@@ -113,16 +113,17 @@ bool Link::send(MessagePtr& message, ThreadMailbox* collector)
 
 void Link::collect(ThreadMailbox& collector)
 {
+    const auto self = shared_from_this();
     if (m_collector != &collector) {
-        m_collector = &collector;
         auto& links = collector.collected;
-        const auto self = shared_from_this();
         if (std::find(links.begin(), links.end(), self) == links.end()) {
             links.push_back(self);
         }
+        m_collector = &collector;
     }
-    if (!std::exchange(m_isListed, true)) {
-        m_process.flushSoon(shared_from_this());
+    if (!m_isListed) {
+        m_process.flushSoon(self);
+        m_isListed = true;
     }
 }
 
@@ -176,7 +177,7 @@ void Link::connect()
         open(std::move(socket));
     } else if (error == EAGAIN || isShortage(error)) {
         m_state = State::connecting;
-        connectLater(isShortage(error) ? shortageRetry : busyRetry);
+        retryLater(isShortage(error) ? shortageRetry : busyRetry);
     } else {
         lose();
     }
@@ -185,20 +186,20 @@ void Link::connect()
 void Link::open(Descriptor socket)
 {
     m_socket = std::move(socket);
-    m_state = State::open;
-    m_isProven = m_isBlocked = false;
+    m_isProven = m_isBlocked = m_watchesOut = false;
     m_inMemfds = 0;
     m_peer = peerOf(m_socket.get());
     ::setsockopt(m_socket.get(), SOL_SOCKET, SO_SNDBUF, &socketBuffer, sizeof socketBuffer);
     const Hello hello{.process = m_process.number(), .queue = m_queue};
     m_token = m_process.io().add(m_socket.get(), EPOLLRDHUP | EPOLLET,
                                  std::make_shared<Events>(shared_from_this(), ++m_connection));
+    m_state = State::open;
     if (m_token == 0 || sendHello(m_socket.get(), hello) != SendResult::sent) {
         lose();
     }
 }
 
-void Link::connectLater(Clock::duration delay)
+void Link::retryLater(Clock::duration delay)
 {
     if (!std::exchange(m_retries, true)) {
         m_process.io().after(delay, [self = shared_from_this()] { self->onRetry(); });
@@ -294,7 +295,12 @@ void Link::flushLocked(std::size_t maxPackets)
     const bool wasCounted = m_isCounted;
     for (std::size_t packets = 0; m_state == State::open && !m_list.empty(); ++packets) {
         std::size_t count = 0;
-        const SendResult result = packets == maxPackets ? SendResult::full : transmit(count);
+        if (packets == maxPackets) {
+            m_isBlocked = true;
+            watch(true); // goes on when others have had their turn
+            break;
+        }
+        const SendResult result = transmit(count);
         if (result == SendResult::sent) {
             popFront(count);
         } else if (result == SendResult::broken) {
@@ -314,17 +320,18 @@ void Link::waitToSend(SendResult result)
 {
     m_isBlocked = true;
     if (result == SendResult::later) {
-        connectLater(shortageRetry);
-    } else {
-        watch();
+        retryLater(shortageRetry);
+    } else if (!m_watchesOut) {
+        watch(true);
     }
 }
 
 /// Edge triggered: the event comes whenever the peer has read something, also where the socket has space but too much
-/// memory is on its way.
-void Link::watch()
+/// memory is on its way. It also comes at once, if the socket has space, whenever this is called.
+void Link::watch(bool out)
 {
-    m_process.io().modify(m_token, m_socket.get(), EPOLLRDHUP | EPOLLET | (m_isBlocked ? EPOLLOUT : 0U));
+    m_watchesOut = out;
+    m_process.io().modify(m_token, m_socket.get(), EPOLLRDHUP | EPOLLET | (out ? EPOLLOUT : 0U));
 }
 
 void Link::onEvents(std::uint64_t connection, std::uint32_t events)
@@ -342,7 +349,7 @@ void Link::onEvents(std::uint64_t connection, std::uint32_t events)
         m_isBlocked = false;
         flushLocked(packetsAtOnce);
         if (m_state == State::open && !m_isBlocked) {
-            watch();
+            watch(false);
         }
     }
 }
@@ -383,7 +390,7 @@ void Link::lose()
     const bool isRefused = m_socket && !m_isProven;
     const Identity peer = m_peer;
     close();
-    m_closedUntil = isRefused ? Clock::now() + refusedRest : Clock::time_point();
+    m_closedUntil = isRefused || m_cuts != 0 ? Clock::now() + refusedRest : Clock::time_point();
     if (m_queue == 0) {
         m_process.lostProcess(m_destination, peer, isRefused);
     }
@@ -398,12 +405,16 @@ void Link::lose()
 /// For as long as it remembers something.
 void Link::retireLater(Clock::duration delay)
 {
+    if (std::exchange(m_retires, true)) {
+        return;
+    }
     m_process.io().after(delay, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self) {
             return;
         }
         const std::lock_guard lock(self->m_mutex);
+        self->m_retires = false;
         if (self->m_state == State::closed) {
             self->m_state = State::retired;
             self->m_process.removeLink(*self);

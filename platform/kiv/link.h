@@ -68,13 +68,13 @@ private:
     void collect(ThreadMailbox& collector);
     void connect();
     void open(Descriptor socket);
-    void connectLater(Clock::duration delay);
+    void retryLater(Clock::duration delay);
     void push(MessagePtr message);
     void popFront(std::size_t count);
     void flushLocked(std::size_t maxPackets);
     SendResult transmit(std::size_t& count);
     void waitToSend(SendResult result);
-    void watch();
+    void watch(bool out);
     void count();
     void clear();
     void cutOffLocked();
@@ -97,9 +97,11 @@ private:
     Identity m_peer;
     bool m_isProven = false;
     bool m_toServer = false;
-    bool m_isBlocked = false; ///< the socket is full
-    bool m_retries = false;   ///< a retry is on its way
-    bool m_isListed = false;  ///< among those that the I/O thread flushes at its next tick
+    bool m_isBlocked = false;  ///< the socket is full
+    bool m_watchesOut = false; ///< until it isn't
+    bool m_retires = false;    ///< is about to, if it stays closed
+    bool m_retries = false;    ///< a retry is on its way
+    bool m_isListed = false;   ///< among those that the I/O thread flushes at its next tick
 
     MessageList m_list;
     std::size_t m_messages = 0;

@@ -2,6 +2,8 @@
 
 #include "kiv/process.h"
 
+#include <exception>
+
 namespace kiv {
 
 Dispatch::Dispatch()
@@ -21,8 +23,12 @@ Dispatch::~Dispatch()
     if (own->queue) {
         own->queue->endDispatch();
     }
-    flushCollected();
     currentCause = 0;
+    try {
+        flushCollected();
+    } catch (const std::exception&) {
+        return; // out of memory: the I/O thread sends it
+    }
 }
 
 bool hasQueued(int descriptor)

@@ -2,12 +2,14 @@
 
 #include "kiv/door.h"
 #include "kiv/frame.h"
+#include "kiv/log.h"
 #include "tap/tap.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <thread>
@@ -59,10 +61,14 @@ public:
     ThreadLife() = default;
     ~ThreadLife()
     {
-        flushCollected();
-        Process* process = current;
-        if (mailbox.queue && process != nullptr) {
-            process->removeQueue(mailbox.queue);
+        try {
+            flushCollected();
+            Process* process = current;
+            if (mailbox.queue && process != nullptr) {
+                process->removeQueue(mailbox.queue);
+            }
+        } catch (const std::exception& error) {
+            logLine("a thread's mailboxes aren't cleared: %s", error.what());
         }
         threadEnds = true;
     }
@@ -361,11 +367,12 @@ std::vector<Process::Watcher> Process::takeWatchers(kiv_mbox_id_t id)
 {
     std::vector<Watcher> taken;
     const std::lock_guard lock(m_tables);
-    const auto [begin, end] = m_watchers.equal_range(id);
-    for (auto at = begin; at != end; ++at) {
-        taken.push_back(at->second);
-        if (processOf(at->second.mailbox) != m_number) {
-            --m_remoteCount[processOf(at->second.mailbox)];
+    const auto begin = m_watchers.lower_bound({id, {}});
+    auto end = begin;
+    for (; end != m_watchers.end() && end->first == id; ++end) {
+        taken.push_back(end->second);
+        if (processOf(end->second.mailbox) != m_number) {
+            --m_remoteCount[processOf(end->second.mailbox)];
         }
     }
     m_watchers.erase(begin, end);
@@ -597,8 +604,7 @@ bool Process::addRemote(kiv_mbox_id_t mailbox, const Watcher& watcher)
             if (count >= maxRemote) {
                 return false;
             }
-            ++count;
-            m_watchers.emplace(mailbox, watcher);
+            count += m_watchers.emplace(mailbox, watcher).second ? 1 : 0;
             return true;
         }
     }
@@ -609,13 +615,8 @@ bool Process::addRemote(kiv_mbox_id_t mailbox, const Watcher& watcher)
 void Process::removeRemote(kiv_mbox_id_t mailbox, const Watcher& watcher)
 {
     const std::lock_guard lock(m_tables);
-    const auto [begin, end] = m_watchers.equal_range(mailbox);
-    const auto found = std::find_if(begin, end, [&](const auto& entry) { return entry.second == watcher; });
-    if (found != end) {
-        if (processOf(watcher.mailbox) != m_number) {
-            --m_remoteCount[processOf(watcher.mailbox)];
-        }
-        m_watchers.erase(found);
+    if (m_watchers.erase({mailbox, watcher}) != 0 && processOf(watcher.mailbox) != m_number) {
+        --m_remoteCount[processOf(watcher.mailbox)];
     }
 }
 
@@ -739,9 +740,10 @@ void Process::flushSoon(std::shared_ptr<Link> link)
 {
     const std::lock_guard lock(m_soonMutex);
     m_soon.push_back(std::move(link));
-    if (!std::exchange(m_ticks, true)) {
+    if (!m_ticks) {
         m_lastSoon = std::chrono::steady_clock::now();
         m_io.after(flushInterval, [this] { flushTick(); });
+        m_ticks = true;
     }
 }
 
@@ -754,9 +756,10 @@ void Process::flushTick()
         due.swap(m_soon);
         const auto now = std::chrono::steady_clock::now();
         m_lastSoon = due.empty() ? m_lastSoon : now;
-        m_ticks = now - m_lastSoon < flushLinger;
-        if (m_ticks) {
+        m_ticks = false;
+        if (now - m_lastSoon < flushLinger) {
             m_io.after(flushInterval, [this] { flushTick(); });
+            m_ticks = true;
         }
     }
     for (const auto& link : due) {

@@ -24,10 +24,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <compare>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace kiv {
@@ -81,7 +84,7 @@ public:
     struct Watcher {
         std::uint32_t ref;
         kiv_mbox_id_t mailbox;
-        bool operator==(const Watcher&) const = default;
+        auto operator<=>(const Watcher&) const = default;
     };
     /// Of another process. Tells it at once where the mailbox is dead; false where the process has too many.
     bool addRemote(kiv_mbox_id_t mailbox, const Watcher& watcher);
@@ -154,7 +157,7 @@ private:
     std::array<Owned, lastQueue + 1> m_queues;
     std::uint32_t m_lastSmall = largeQueues;
     std::unordered_map<std::uint32_t, std::shared_ptr<Link>> m_links; ///< by process and queue
-    std::unordered_multimap<kiv_mbox_id_t, Watcher> m_watchers;       ///< of own mailboxes
+    std::set<std::pair<kiv_mbox_id_t, Watcher>> m_watchers;           ///< of own mailboxes
     std::unordered_map<std::uint32_t, std::size_t> m_remoteCount;     ///< of them, by process
     std::unordered_map<std::uint32_t, WatchedOf> m_watched;           ///< mailboxes of others, by process
 

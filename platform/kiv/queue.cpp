@@ -26,6 +26,8 @@ constexpr std::size_t readyAtOnce = 16;
 constexpr unsigned maxLooks = 64;
 /// So many messages that were pushed, then the connections get their turn.
 constexpr unsigned pushedTurn = 64;
+/// So many messages, then those that are held up are looked at.
+constexpr unsigned heldTurn = 64;
 /// A round of reading ends behind so much.
 constexpr std::size_t maxRound = 4U << 20;
 /// What lies here unreceived of one process, of all, and of the own one.
@@ -63,6 +65,24 @@ private:
 };
 
 } // namespace
+
+/// The end of a receive that waited, however it comes.
+class Queue::Waiting
+{
+public:
+    explicit Waiting(Queue& queue) : m_queue(queue) {}
+    ~Waiting()
+    {
+        const std::lock_guard lock(m_queue.m_mutex);
+        m_queue.m_isWaiting = false;
+        m_queue.settle();
+    }
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+
+private:
+    Queue& m_queue;
+};
 
 bool Selector::matches(const Message& message) const
 {
@@ -135,13 +155,13 @@ int Queue::descriptor()
 void Queue::beginDispatch()
 {
     const std::lock_guard lock(m_mutex);
-    ++m_dispatches;
+    m_isDispatching = true;
 }
 
 void Queue::endDispatch()
 {
     const std::lock_guard lock(m_mutex);
-    m_dispatches -= m_dispatches != 0 ? 1 : 0; // the mailbox may have been made in this very dispatch
+    m_isDispatching = false;
     settle();
 }
 
@@ -186,7 +206,8 @@ MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
         const std::lock_guard lock(m_mutex);
         m_scannedRead = m_scannedPushed = nullptr;
         taken = take(selector);
-        if (taken && (!m_read.empty() || m_pushedTaken < pushedTurn)) {
+        const bool looksAtHeld = m_heldPeers != 0 && ++m_takenWhileHeld >= heldTurn;
+        if (taken && !looksAtHeld && (!m_read.empty() || m_pushedTaken < pushedTurn)) {
             settle();
             return taken;
         }
@@ -194,10 +215,17 @@ MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
         m_isWaiting = true;
         setEvent(false);
     }
-    flushCollected();
+    const Waiting waiting(*this);
+    if (!taken) {
+        flushCollected();
+    }
     const Deadline deadline(timeout);
     std::array<epoll_event, readyAtOnce> events;
     for (unsigned looks = 0; !m_closed; ++looks) {
+        if (m_heldPeers != 0) {
+            m_takenWhileHeld = 0;
+            resume(); // what was taken may have been what held them up
+        }
         const int wait = taken ? 0 : deadline.left();
         const int count = ::epoll_wait(m_epoll.get(), events.data(), static_cast<int>(events.size()), wait);
         if (count > 0) {
@@ -212,11 +240,6 @@ MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
         if (taken || isOver) {
             break;
         }
-    }
-    const std::lock_guard lock(m_mutex);
-    m_isWaiting = false;
-    if (!m_closed) {
-        settle();
     }
     return taken;
 }
@@ -284,8 +307,13 @@ void Queue::pushLocked(MessagePtr message)
     }
     m_pushedBytes += message->footprint();
     m_pushed.push(std::move(message));
+    announce();
+}
+
+/// Something new lies in a list.
+void Queue::announce()
+{
     if (m_isWaiting) {
-        m_hasQueued = true;
         setEvent(true);
     } else {
         settle();
@@ -304,9 +332,12 @@ void Queue::appendRead(MessageList& fresh)
 /// Brings the event up to date with the lists.
 void Queue::settle()
 {
+    if (m_closed) {
+        return;
+    }
     const bool hasQueued = !m_read.empty() || !m_pushed.empty();
     m_hasQueued.store(hasQueued, std::memory_order_relaxed);
-    if (m_dispatches == 0 && (m_isWatched || !hasQueued)) {
+    if (hasQueued ? m_isWatched : !m_isDispatching) {
         setEvent(hasQueued);
     }
 }
@@ -368,11 +399,7 @@ void Queue::deliverRead(const std::vector<Death>& deaths)
         return;
     }
     appendRead(fresh);
-    if (m_isWaiting) {
-        setEvent(true);
-    } else {
-        settle();
-    }
+    announce();
 }
 
 Queue::Watch Queue::cancel(std::uint32_t ref, bool hunt)
@@ -395,24 +422,27 @@ Queue::Watch Queue::cancel(std::uint32_t ref, bool hunt)
 void Queue::died(std::uint32_t process, const Identity& identity, const std::vector<Death>& deaths)
 {
     const std::lock_guard reading(m_reading);
-    Peer* last = nullptr;
-    std::uint64_t lastKey = 0;
-    for (auto& [key, peer] : m_peers) {
-        if (peer.process == process && (!identity || peer.identity == identity)) {
-            // Whoever else holds the sending end can't add to it any more.
-            ::shutdown(peer.socket.get(), SHUT_RD);
-            if (key > lastKey) {
-                last = &peer;
-                lastKey = key;
-            }
+    auto last = m_peers.end();
+    for (auto at = m_peers.begin(); at != m_peers.end(); ++at) {
+        if (at->second.process == process && (!identity || at->second.identity == identity)) {
+            endSending(at->second);
+            last = last == m_peers.end() || at->first > last->first ? at : last;
         }
     }
-    if (last != nullptr) {
-        last->deaths.insert(last->deaths.end(), deaths.begin(), deaths.end());
+    if (last != m_peers.end()) {
+        last->second.deaths.insert(last->second.deaths.end(), deaths.begin(), deaths.end());
+        resumeReading();
         return;
     }
     const std::lock_guard lock(m_mutex);
     deliverRead(deaths);
+}
+
+/// Whoever else holds the sending end can't add to it any more.
+void Queue::endSending(Peer& peer)
+{
+    ::shutdown(peer.socket.get(), SHUT_RD);
+    peer.isDead = true;
 }
 
 const char* Queue::addPeer(Descriptor socket, std::uint32_t process, const Identity& identity)
@@ -422,6 +452,11 @@ const char* Queue::addPeer(Descriptor socket, std::uint32_t process, const Ident
         return other.second.process == process && other.second.identity == identity;
     };
     const auto former = std::count_if(m_peers.begin(), m_peers.end(), isSame);
+    for (auto& [key, other] : m_peers) {
+        if (other.process == process && other.identity != identity) {
+            endSending(other); // the number has changed hands
+        }
+    }
     Peer peer;
     peer.socket = std::move(socket);
     peer.process = process;
@@ -454,24 +489,39 @@ void Queue::unwatch(const Peer& peer)
     }
 }
 
-bool Queue::mayRead(const Peer& peer) const
+bool Queue::mayRead(const Peer& peer)
 {
+    if (peer.isDead) {
+        return true;
+    }
     const std::size_t share = peer.isHeld ? 2 : 1;
-    return m_unreceived[peer.process] <= maxUnreceived / share && m_readBytes <= maxUnreceivedInAll / share &&
-           m_process.flow().mayRead(peer.process, peer.isHeld);
+    {
+        const std::lock_guard lock(m_mutex);
+        const std::size_t own = m_unreceived[peer.process];
+        if (own > maxUnreceived / share || (own != 0 && m_readBytes > maxUnreceivedInAll / share)) {
+            return false;
+        }
+    }
+    return m_process.flow().mayRead(peer.process, peer.isHeld);
 }
 
 void Queue::hold(std::uint64_t key, Peer& peer)
 {
     unwatch(peer);
-    m_process.flow().hold();
-    // Counted first, then asked again: a relief in between isn't missed.
-    if (mayRead(peer) && watch(key, peer)) {
-        m_process.flow().release();
-        return;
-    }
     peer.isHeld = true;
     ++m_heldPeers;
+    m_process.flow().hold();
+    // Counted first, then asked again: a relief in between isn't missed.
+    release(key, peer);
+}
+
+void Queue::release(std::uint64_t key, Peer& peer)
+{
+    if (peer.isNext && mayRead(peer) && watch(key, peer)) {
+        peer.isHeld = false;
+        --m_heldPeers;
+        m_process.flow().release();
+    }
 }
 
 void Queue::resume()
@@ -486,10 +536,8 @@ void Queue::resumeReading()
         if (m_heldPeers == 0) {
             return;
         }
-        if (peer.isHeld && mayRead(peer) && watch(key, peer)) {
-            peer.isHeld = false;
-            --m_heldPeers;
-            m_process.flow().release();
+        if (peer.isHeld) {
+            release(key, peer);
         }
     }
 }
@@ -506,9 +554,6 @@ void Queue::readRound(std::span<const epoll_event> ready)
             bytes += readPeer(at);
         }
     }
-    if (m_heldPeers != 0) {
-        resumeReading();
-    }
 }
 
 /// Some packets. Returns the size of their messages.
@@ -522,7 +567,10 @@ std::size_t Queue::readPeer(Peers::iterator at)
     MessageList fresh;
     const char* bad = nullptr;
     bool isOver = false;
+    // One by one while they bring memfds: each may hold the largest message.
+    std::size_t inPackets = 0;
     for (Packet& packet : m_batch.receive(peer.socket.get(), peer.atOnce)) {
+        inPackets += packet.bytes.size();
         peer.atOnce = packet.descriptors.empty() ? PacketBatch::capacity : 1;
         isOver = isOver || packet.result == Packet::Result::over;
         if (packet.result == Packet::Result::broken) {
@@ -541,7 +589,7 @@ std::size_t Queue::readPeer(Peers::iterator at)
         const std::lock_guard lock(m_mutex);
         const std::size_t before = m_readBytes;
         appendRead(fresh);
-        bytes = m_readBytes - before;
+        bytes = std::max(m_readBytes - before, inPackets);
     }
     if (bad != nullptr) {
         logLine("process %d cut off: %s", static_cast<int>(peer.identity.pid), bad);
@@ -562,53 +610,51 @@ const char* Queue::takePacket(const Peer& peer, Packet& packet, MessageList& fre
         return "no descriptor left";
     }
     FrameReader frames(packet);
-    const char* bad = nullptr;
-    while (bad == nullptr && !frames.atEnd()) {
-        bad = takeFrame(peer, frames.next(), fresh);
-    }
-    return bad;
-}
-
-const char* Queue::takeFrame(const Peer& peer, MessagePtr message, MessageList& fresh)
-{
-    constexpr const char* malformed = "malformed message";
-    if (!message) {
-        return malformed;
-    }
-    const FrameHeader frame = message->frame;
-    const Address address = addressOf(peer, frame);
-    if (address == Address::foreign) {
-        return malformed;
-    }
-    if (frame.kind == FrameKind::dead) {
-        if (frame.size != sizeof(std::uint32_t)) {
-            return malformed;
+    while (!frames.atEnd()) {
+        const FrameHeader* frame = frames.next();
+        const char* bad =
+            frame != nullptr && isAllowed(peer, *frame) ? takeFrame(peer, *frame, frames, fresh) : "malformed message";
+        if (bad != nullptr) {
+            return bad;
         }
-        std::uint32_t ref = 0;
-        std::memcpy(&ref, message->payload(), sizeof ref);
-        const std::lock_guard lock(m_mutex);
-        const auto watch = m_watches.find(ref);
-        const bool isAwaited = watch != m_watches.end() && watch->second.mailbox == frame.sender;
-        message = isAwaited ? takeWatched(ref, frame.sender) : nullptr;
-        m_process.forgetWatched(frame.sender, ref);
-    } else if (frame.kind != FrameKind::inlined && frame.kind != FrameKind::memfd) {
-        return malformed;
-    } else {
-        message->process = static_cast<std::uint16_t>(peer.process);
-    }
-    if (message && owns(message->frame.receiver)) {
-        fresh.push(std::move(message));
     }
     return nullptr;
 }
 
-Queue::Address Queue::addressOf(const Peer& peer, const FrameHeader& frame) const
+const char* Queue::takeFrame(const Peer& peer, const FrameHeader& frame, const FrameReader& frames, MessageList& fresh)
 {
+    if (!owns(frame.receiver)) {
+        return nullptr; // gone: it isn't even looked at
+    }
+    MessagePtr message = frames.message();
+    if (!message) {
+        return "malformed message, or no memory";
+    }
+    message->process = static_cast<std::uint16_t>(peer.process);
+    if (frame.kind == FrameKind::dead) {
+        std::uint32_t ref = 0;
+        std::memcpy(&ref, message->payload(), sizeof ref);
+        const std::lock_guard lock(m_mutex);
+        const auto watch = m_watches.find(ref);
+        if (watch == m_watches.end() || watch->second.mailbox != frame.sender) {
+            return nullptr;
+        }
+        message = takeWatched(ref, frame.sender);
+        m_process.forgetWatched(frame.sender, ref);
+    }
+    fresh.push(std::move(message));
+    return nullptr;
+}
+
+bool Queue::isAllowed(const Peer& peer, const FrameHeader& frame) const
+{
+    const bool isKind = frame.kind == FrameKind::inlined || frame.kind == FrameKind::memfd ||
+                        (frame.kind == FrameKind::dead && frame.size == sizeof(std::uint32_t));
     const bool isOurs = isMailboxId(frame.receiver) && processOf(frame.receiver) == m_process.number() &&
                         queueOf(frame.receiver) == m_number;
     const bool isTheirs =
         frame.sender == KIV_NO_MBOX || (isMailboxId(frame.sender) && processOf(frame.sender) == peer.process);
-    return !isOurs || !isTheirs ? Address::foreign : owns(frame.receiver) ? Address::ours : Address::gone;
+    return isKind && isOurs && isTheirs;
 }
 
 void Queue::removePeer(Peers::iterator at)
@@ -629,7 +675,9 @@ void Queue::removePeer(Peers::iterator at)
     if (next != m_peers.end()) {
         auto& deaths = next->second.deaths;
         deaths.insert(deaths.begin(), peer.deaths.begin(), peer.deaths.end());
-        next->second.isNext = next->second.isNext || watch(next->first, next->second);
+        if (!std::exchange(next->second.isNext, true) && !watch(next->first, next->second)) {
+            hold(next->first, next->second); // tried again like others that are held up
+        }
         return;
     }
     if (!peer.deaths.empty()) {

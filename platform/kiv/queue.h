@@ -72,7 +72,7 @@ public:
     bool closed() const { return m_closed; }
     /// Something can be received without asking the system.
     bool hasQueued() const { return m_hasQueued.load(std::memory_order_relaxed); }
-    /// While an event loop dispatches, nobody looks at the descriptor: it is brought up to date when that ends.
+    /// While an event loop dispatches, the descriptor may stay readable for a message that is taken already.
     void beginDispatch();
     void endDispatch();
 
@@ -110,27 +110,30 @@ public:
     void resume();
 
 private:
+    class Waiting;
     struct Peer {
         Descriptor socket;
         std::uint32_t process = 0;
         Identity identity;
         bool isNext = true; ///< else a former connection is still being read
         bool isHeld = false;
+        bool isDead = false;       ///< nothing more comes: what is there is read, whatever else holds
         unsigned atOnce = 1;       ///< packets; more only behind one that brought no memfd
         std::vector<Death> deaths; ///< behind its end
     };
     using Peers = std::unordered_map<std::uint64_t, Peer>;
-    enum class Address { ours, gone, foreign };
 
     // With m_reading held.
     void readRound(std::span<const epoll_event> ready);
     std::size_t readPeer(Peers::iterator at);
     const char* takePacket(const Peer& peer, Packet& packet, MessageList& fresh);
-    const char* takeFrame(const Peer& peer, MessagePtr message, MessageList& fresh);
-    Address addressOf(const Peer& peer, const FrameHeader& frame) const;
+    const char* takeFrame(const Peer& peer, const FrameHeader& frame, const FrameReader& frames, MessageList& fresh);
+    bool isAllowed(const Peer& peer, const FrameHeader& frame) const;
     void removePeer(Peers::iterator at);
-    bool mayRead(const Peer& peer) const;
+    bool mayRead(const Peer& peer);
     void hold(std::uint64_t key, Peer& peer);
+    void release(std::uint64_t key, Peer& peer);
+    static void endSending(Peer& peer);
     bool watch(std::uint64_t key, const Peer& peer);
     void unwatch(const Peer& peer);
     void resumeReading();
@@ -138,6 +141,7 @@ private:
     // With m_mutex held.
     bool owns(kiv_mbox_id_t id) const;
     void pushLocked(MessagePtr message);
+    void announce();
     MessagePtr takeWatched(std::uint32_t ref, kiv_mbox_id_t sender);
     void deliverRead(const std::vector<Death>& deaths);
     void appendRead(MessageList& fresh);
@@ -158,7 +162,7 @@ private:
     PacketBatch m_batch;
     std::uint64_t m_lastKey = 0; ///< key 0 is the event descriptor
     Peers m_peers;
-    std::size_t m_heldPeers = 0;
+    std::atomic<std::size_t> m_heldPeers = 0;
 
     std::mutex m_mutex;
     MessageList m_read;
@@ -169,9 +173,10 @@ private:
     std::size_t m_pushedBytes = 0;
     std::vector<std::uint32_t> m_unreceived; ///< of m_readBytes, by process
     unsigned m_pushedTaken = 0;              ///< since the connections were looked at
-    bool m_isWatched = false;                ///< a program has the descriptor
-    bool m_isWaiting = false;                ///< the owner waits in receive
-    unsigned m_dispatches = 0;
+    unsigned m_takenWhileHeld = 0;
+    bool m_isWatched = false; ///< a program has the descriptor
+    bool m_isWaiting = false; ///< the owner waits in receive
+    bool m_isDispatching = false;
     bool m_eventSet = false;
     std::atomic<bool> m_hasQueued = false;
     Watches m_watches;
