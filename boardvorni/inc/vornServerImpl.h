@@ -67,6 +67,9 @@ private:
     void onLegacyServerFound(std::uint32_t mboxId);
     bool areComponentsReadyToPublish();
     bool publish();
+    void awaitPublicName();
+    void retryPublication();
+    void stopAwaitingPublicName();
 
     void handleUnhandledMessage(kiv_msg* msg);
     void handleConnEstablishReq(kiv_msg*& msg);
@@ -88,4 +91,6 @@ private:
     std::unique_ptr<VornServerCommonData> m_commonData;
     std::unique_ptr<VornSession> m_pLegacySession; ///< null while no legacy server is known
     std::vector<std::unique_ptr<VornServerComponent>> m_components;
+    std::uint32_t m_nameHolderMonitor = 0xFFFFFFFF; ///< of another's mailbox that has the public name; else 0xFFFFFFFF
+    std::uint32_t m_publishTimer = 0;               ///< until the next try; 0 if there is none
 };

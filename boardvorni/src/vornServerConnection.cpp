@@ -5,6 +5,7 @@
 #include "fwdMbox.h"
 #include "kiv/kiv.h"
 #include "miravi/miravi.h"
+#include "ostinel/eventLoop.h"
 #include "ostinel/kivMailboxLocator.h"
 #include "ostinel/kivMailboxMonitor.h"
 #include "trace/trace.h"
@@ -15,8 +16,11 @@
 #include "vorni/connection.h"
 
 #include <boost/endian/conversion.hpp>
+#include <cerrno>
+#include <chrono>
 #include <cstring>
 
+using Ostinel::EventLoop::V1::EventLoopIf;
 using Ostinel::KivMailboxLocator::V1::KivMailboxLocatorIf;
 using Ostinel::KivMailboxMonitor::V1::KivMailboxMonitorIf;
 
@@ -25,6 +29,8 @@ namespace {
 constexpr const char* publicMboxName = "VornServer";
 constexpr const char* legacyServerName = "LegacyVornServer";
 constexpr const char* restartLogCategory = "RadioApplication,RadioBoardCtrl";
+constexpr std::uint32_t noMonitor = 0xFFFFFFFF;
+constexpr std::chrono::milliseconds publishRetryDelay{100}; ///< by then a deleted mailbox's name is free
 
 /// Frees a message that nobody has taken over by the end of its handling.
 class DropGuard
@@ -70,7 +76,7 @@ std::uint32_t VornServerImpl::monitor(std::uint32_t mboxId)
 {
     const std::uint32_t monitorId = KivMailboxMonitorIf::getInstance().monitor(
         mboxId, [this](std::uint32_t lost) { handleMailboxDisconnected(lost); });
-    if (monitorId == 0xFFFFFFFF) {
+    if (monitorId == noMonitor) {
         TRACE_ERROR("ABN: mailbox 0x{:x} can't be monitored", mboxId);
     }
     return monitorId;
@@ -102,14 +108,56 @@ bool VornServerImpl::publish()
     const std::uint32_t privateMbox = m_commonData->getPrivateMbox();
     const std::uint32_t mbox = kiv_clone_mailbox(privateMbox, publicMboxName);
     if (mbox == KIV_NO_MBOX) {
+        const bool isNameTaken = errno == EEXIST;
         TRACE_ERROR("Cannot add clone \"{}\" to mailbox 0x{:x}", publicMboxName, privateMbox);
+        if (isNameTaken) {
+            awaitPublicName();
+        }
         return false;
     }
+    stopAwaitingPublicName();
     m_commonData->setPublicMbox(mbox);
     TRACE_INFO("Publishing cloned mailbox: {} (0x{:x}) and highestProtocolRev({})", publicMboxName, mbox,
                m_commonData->getHighestProtocolRev());
     miravi_log(restartLogCategory, "Radio VORNServer Published (VORNI)");
     return true;
+}
+
+/// Tries again when the mailbox that has the public name has disappeared.
+void VornServerImpl::awaitPublicName()
+{
+    if (m_nameHolderMonitor != noMonitor) {
+        return;
+    }
+    const std::uint32_t holder = kiv_locate(publicMboxName);
+    if (holder == KIV_NO_MBOX) { // it has disappeared already
+        retryPublication();
+        return;
+    }
+    m_nameHolderMonitor = KivMailboxMonitorIf::getInstance().monitor(holder, [this](std::uint32_t) {
+        m_nameHolderMonitor = noMonitor;
+        retryPublication();
+    });
+}
+
+/// Runs the readiness step once after the delay, so that holders that come and go can't keep the server busy.
+void VornServerImpl::retryPublication()
+{
+    if (m_publishTimer != 0) {
+        return;
+    }
+    m_publishTimer = EventLoopIf::getInstance().addTimer(publishRetryDelay, [this] {
+        m_publishTimer = 0;
+        areComponentsReadyToPublish();
+    });
+}
+
+void VornServerImpl::stopAwaitingPublicName()
+{
+    KivMailboxMonitorIf::getInstance().stopMonitor(m_nameHolderMonitor);
+    m_nameHolderMonitor = noMonitor;
+    EventLoopIf::getInstance().removeTimer(m_publishTimer);
+    m_publishTimer = 0;
 }
 
 std::uint32_t VornServerImpl::legacyMbox() const

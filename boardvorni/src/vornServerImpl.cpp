@@ -232,6 +232,7 @@ void VornServerImpl::handleSignalToExit(const std::shared_ptr<kiv_msg>& msg)
 void VornServerImpl::unregisterKivFd()
 {
     EventLoopIf::getInstance().removeFd(kiv_get_fd());
+    stopAwaitingPublicName();
     m_pLegacySession.reset();
 }
 

@@ -21,6 +21,7 @@ using VornTrace::RecordedTraces;
 namespace {
 
 constexpr std::uint32_t legacysOwn = 0x1658777; // a number that nobody here knows
+constexpr std::uint32_t foundMessage = 0x7E570003;
 
 class VornServerConnectionTest : public UnitTest
 {
@@ -42,6 +43,16 @@ protected:
         const auto bytes = std::as_bytes(std::span(words));
         EXPECT_TRUE(std::equal(received.bytes().begin(), received.bytes().end(), bytes.begin(), bytes.end()));
         return received.sender();
+    }
+    /// The mailbox of a name, once there is one.
+    static std::uint32_t hunt(const char* name)
+    {
+        const std::array<std::uint32_t, 2> filter{1, foundMessage};
+        kiv_hunt(name, kiv_alloc(sizeof(foundMessage), foundMessage));
+        kiv_msg* msg = kiv_receive(filter.data(), 10'000, KIV_ANY_SENDER);
+        const std::uint32_t found = msg != nullptr ? kiv_sender(msg) : KIV_NO_MBOX;
+        kiv_free(msg);
+        return found;
     }
     std::string sessions()
     {
@@ -142,8 +153,9 @@ TEST_F(VornServerConnectionTest, when_signals_come_before_publication_then_they_
     unit.legacy.expectNothing();
 }
 
-TEST_F(VornServerConnectionTest, when_the_public_name_is_taken_then_the_next_readiness_tries_again)
+TEST_F(VornServerConnectionTest, when_the_public_name_is_taken_then_readiness_and_the_holders_end_try_again)
 {
+    constexpr const char* taken = "Cannot add clone \"VornServer\" to mailbox 0x";
     Peer thief{unit.post, "VornServer"};
     thief.appear();
     unit.start();
@@ -152,12 +164,22 @@ TEST_F(VornServerConnectionTest, when_the_public_name_is_taken_then_the_next_rea
     unit.connectFesk();
     unit.connectYarrowI();
     unit.legacy.appear();
-    EXPECT_TRUE(RecordedTraces::waitFor("Cannot add clone \"VornServer\" to mailbox 0x", 0, deadline));
-    thief.die();
+    EXPECT_TRUE(RecordedTraces::waitFor(taken, 0, deadline));
+    auto mark = RecordedTraces::mark();
     unit.dunl.sendMessage(unit.privateMbox(), dunl::MsgNo::GetCapabilitiesCfm, 0, unit.dunl.clientRef,
                           dunl::GetCapabilitiesCfm());
     unit.settle();
-    EXPECT_NE(kiv_locate("VornServer"), KIV_NO_MBOX);
+    EXPECT_TRUE(RecordedTraces::hasPart(taken, mark));
+    EXPECT_EQ(kiv_locate("VornServer"), thief.mbox());
+
+    mark = RecordedTraces::mark();
+    thief.die();
+    const std::uint32_t publicMbox = hunt("VornServer");
+    ASSERT_NE(publicMbox, KIV_NO_MBOX);
+    EXPECT_TRUE(RecordedTraces::waitFor(fmt::format("Publishing cloned mailbox: VornServer (0x{:x})", publicMbox), mark,
+                                        deadline));
+    EXPECT_FALSE(RecordedTraces::hasPart(taken, mark));
+    EXPECT_EQ(unit.connect().lastSender, publicMbox);
 }
 
 TEST_F(VornServerConnectionTest, when_a_client_connects_then_its_confirmation_passes_unchanged_after_the_boards_answers)
