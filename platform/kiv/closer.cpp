@@ -23,10 +23,23 @@ bool isLocalSocket(const Descriptor& descriptor)
     return ::getsockopt(descriptor.get(), SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
 }
 
-/// Moves the descriptors that wait in a socket to `found`.
+/// None where no connection waits, or it isn't a listening socket.
+Descriptor acceptFrom(int socket)
+{
+    const DescriptorScope scope;
+    // A shut down one doesn't block.
+    return Descriptor(::accept4(socket, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+}
+
+/// Moves the descriptors that wait in a socket to `found`, and the connections that wait for a listening one to accept
+/// them.
 void drain(const Descriptor& socket, std::vector<Descriptor>& found)
 {
     std::array<std::byte, sizeof(Hello)> buffer;
+    ::shutdown(socket.get(), SHUT_RDWR);
+    while (Descriptor waiting = acceptFrom(socket.get())) {
+        found.push_back(std::move(waiting));
+    }
     for (int count = 0; count < maxDrained; ++count) {
         Packet packet = receivePacket(socket.get(), buffer);
         if (packet.result != Packet::Result::packet) {
