@@ -12,6 +12,7 @@
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -20,8 +21,10 @@ namespace {
 
 constexpr int listenBacklog = 4096;
 constexpr std::size_t maxEscaped = 200;
-constexpr int birthField = 22;       ///< of /proc/<pid>/stat, counted from 1
-constexpr int passRightsOption = 83; ///< SO_PASSRIGHTS, which not every system's headers know
+constexpr int birthField = 22; ///< of /proc/<pid>/stat, counted from 1
+// Socket options that not every system's headers know.
+constexpr int peerPidfdOption = 77;  ///< SO_PEERPIDFD
+constexpr int passRightsOption = 83; ///< SO_PASSRIGHTS
 
 Descriptor makeSocket()
 {
@@ -70,6 +73,19 @@ std::uint64_t birthOf(pid_t pid)
     return birth;
 }
 
+/// Returns whether the process at the other end of a socket still has its pid; true if the system can't tell.
+bool hasItsPid(int socket)
+{
+    const DescriptorScope scope;
+    int file = -1;
+    socklen_t size = sizeof file;
+    if (::getsockopt(socket, SOL_SOCKET, peerPidfdOption, &file, &size) != 0) {
+        return errno == ENOPROTOOPT;
+    }
+    const Descriptor process(file);
+    return ::syscall(SYS_pidfd_send_signal, file, 0, nullptr, 0) == 0 || errno != ESRCH;
+}
+
 } // namespace
 
 Identity peerOf(int socket)
@@ -79,7 +95,9 @@ Identity peerOf(int socket)
     if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0 || credentials.pid == 0) {
         return {};
     }
-    return {credentials.pid, birthOf(credentials.pid)};
+    const Identity identity{credentials.pid, birthOf(credentials.pid)};
+    // Asked last: the time of birth may be that of another process, which has the pid by now.
+    return hasItsPid(socket) ? identity : Identity();
 }
 
 int Registry::open()
@@ -152,7 +170,8 @@ Registry::Claim Registry::claim()
     return claim;
 }
 
-/// Takes back a number of whoever has the most, or one on which nobody listens.
+/// Takes back a number of the process that has the most, or one on which nobody listens. If nobody has more than one,
+/// and most processes seem to be busy, takes one of theirs: a hoarder that never accepts can't be told from them.
 bool Registry::takeFromHoarder(Claim& claim) const
 {
     std::map<pid_t, std::vector<std::uint32_t>> numbers;
@@ -160,14 +179,16 @@ bool Registry::takeFromHoarder(Claim& claim) const
         const Descriptor socket = connectTo(process);
         numbers[socket ? peerOf(socket.get()).pid : errno == ECONNREFUSED ? 0 : -1].push_back(process);
     }
-    numbers.erase(-1); // busy: nothing is known of it
+    std::vector<std::uint32_t> busy = std::move(numbers[-1]);
+    numbers.erase(-1);
     const auto hoarder = std::max_element(numbers.begin(), numbers.end(), [](const auto& one, const auto& other) {
         return one.second.size() < other.second.size();
     });
-    if (hoarder == numbers.end() || hoarder->second.size() < 2) {
+    const bool isKnown = hoarder != numbers.end() && hoarder->second.size() > 1;
+    if (!isKnown && busy.size() <= lastProcess / 2) {
         return false;
     }
-    for (const std::uint32_t process : hoarder->second) {
+    for (const std::uint32_t process : isKnown ? hoarder->second : busy) {
         m_processes.remove(std::to_string(process));
         if (listenAs(process, claim)) {
             removeNamesOf(process);
