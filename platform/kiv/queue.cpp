@@ -13,6 +13,7 @@
 #include <limits>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <type_traits>
 #include <unistd.h>
 #include <utility>
 
@@ -26,8 +27,6 @@ constexpr std::size_t readyAtOnce = 16;
 constexpr unsigned maxLooks = 64;
 /// So many messages that were pushed, then the connections get their turn.
 constexpr unsigned pushedTurn = 64;
-/// So many messages, then those that are held up are looked at.
-constexpr unsigned heldTurn = 64;
 /// A round of reading ends behind so much.
 constexpr std::size_t maxRound = 4U << 20;
 /// What lies here unreceived of one process, of all, and of the own one.
@@ -206,8 +205,7 @@ MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
         const std::lock_guard lock(m_mutex);
         m_scannedRead = m_scannedPushed = nullptr;
         taken = take(selector);
-        const bool looksAtHeld = m_heldPeers != 0 && ++m_takenWhileHeld >= heldTurn;
-        if (taken && !looksAtHeld && (!m_read.empty() || m_pushedTaken < pushedTurn)) {
+        if (taken && (!m_read.empty() || m_pushedTaken < pushedTurn)) {
             settle();
             return taken;
         }
@@ -222,10 +220,6 @@ MessagePtr Queue::receive(const Selector& selector, std::uint32_t timeout)
     const Deadline deadline(timeout);
     std::array<epoll_event, readyAtOnce> events;
     for (unsigned looks = 0; !m_closed; ++looks) {
-        if (m_heldPeers != 0) {
-            m_takenWhileHeld = 0;
-            resume(); // what was taken may have been what held them up
-        }
         const int wait = taken ? 0 : deadline.left();
         const int count = ::epoll_wait(m_epoll.get(), events.data(), static_cast<int>(events.size()), wait);
         if (count > 0) {
@@ -248,8 +242,7 @@ MessagePtr Queue::take(const Selector& selector)
 {
     MessagePtr taken = takeFrom(m_read, m_scannedRead, selector);
     if (taken) {
-        m_readBytes -= taken->footprint();
-        m_unreceived[taken->process] -= static_cast<std::uint32_t>(taken->footprint());
+        accountTaken(*taken);
     } else if ((taken = takeFrom(m_pushed, m_scannedPushed, selector))) {
         m_pushedBytes -= taken->footprint();
         ++m_pushedTaken;
@@ -258,6 +251,20 @@ MessagePtr Queue::take(const Selector& selector)
         currentCause = taken->process;
     }
     return taken;
+}
+
+/// A message leaves the list of what was read: peers that were held up for it may be read again.
+void Queue::accountTaken(const Message& message)
+{
+    const auto reduce = [size = message.footprint()](auto& bytes, std::size_t limit) {
+        const std::size_t before = bytes;
+        bytes = static_cast<std::remove_reference_t<decltype(bytes)>>(before - size);
+        return before > limit && bytes <= limit;
+    };
+    const bool hasLess = reduce(m_unreceived[message.process], maxUnreceived / 2);
+    if ((reduce(m_readBytes, maxUnreceivedInAll / 2) || hasLess || m_readBytes == 0) && m_heldPeers != 0) {
+        m_process.flow().relieved();
+    }
 }
 
 MessagePtr Queue::takeFrom(MessageList& list, Message*& scanned, const Selector& selector)
@@ -278,8 +285,7 @@ void Queue::removeIf(Match match)
     m_read.removeIf([&](const Message& message) {
         const bool isMatch = match(message);
         if (isMatch) {
-            m_readBytes -= message.footprint();
-            m_unreceived[message.process] -= static_cast<std::uint32_t>(message.footprint());
+            accountTaken(message);
         }
         return isMatch;
     });
@@ -489,20 +495,23 @@ void Queue::unwatch(const Peer& peer)
     }
 }
 
-bool Queue::mayRead(const Peer& peer)
+/// While much lies here, who has less of it than others may go on, one packet at a time: the thread may wait for that.
+bool Queue::mayRead(Peer& peer)
 {
     if (peer.isDead) {
         return true;
     }
-    const std::size_t share = peer.isHeld ? 2 : 1;
-    {
-        const std::lock_guard lock(m_mutex);
-        const std::size_t own = m_unreceived[peer.process];
-        if (own > maxUnreceived / share || (own != 0 && m_readBytes > maxUnreceivedInAll / share)) {
-            return false;
-        }
+    if (!m_process.flow().mayRead(peer.process, peer.isHeld)) {
+        return false;
     }
-    return m_process.flow().mayRead(peer.process, peer.isHeld);
+    const std::lock_guard lock(m_mutex);
+    const std::size_t share = peer.isHeld ? 2 : 1;
+    std::size_t limit = maxUnreceived;
+    if (m_readBytes > maxUnreceivedInAll / share) {
+        limit = std::min(limit, maxUnreceivedInAll / m_peers.size());
+        peer.atOnce = 1;
+    }
+    return m_unreceived[peer.process] <= limit / share;
 }
 
 void Queue::hold(std::uint64_t key, Peer& peer)

@@ -130,7 +130,7 @@ private:
     const char* takeFrame(const Peer& peer, const FrameHeader& frame, const FrameReader& frames, MessageList& fresh);
     bool isAllowed(const Peer& peer, const FrameHeader& frame) const;
     void removePeer(Peers::iterator at);
-    bool mayRead(const Peer& peer);
+    bool mayRead(Peer& peer);
     void hold(std::uint64_t key, Peer& peer);
     void release(std::uint64_t key, Peer& peer);
     static void endSending(Peer& peer);
@@ -145,6 +145,7 @@ private:
     MessagePtr takeWatched(std::uint32_t ref, kiv_mbox_id_t sender);
     void deliverRead(const std::vector<Death>& deaths);
     void appendRead(MessageList& fresh);
+    void accountTaken(const Message& message);
     MessagePtr take(const Selector& selector);
     MessagePtr takeFrom(MessageList& list, Message*& scanned, const Selector& selector);
     template <typename Match>
@@ -173,9 +174,8 @@ private:
     std::size_t m_pushedBytes = 0;
     std::vector<std::uint32_t> m_unreceived; ///< of m_readBytes, by process
     unsigned m_pushedTaken = 0;              ///< since the connections were looked at
-    unsigned m_takenWhileHeld = 0;
-    bool m_isWatched = false; ///< a program has the descriptor
-    bool m_isWaiting = false; ///< the owner waits in receive
+    bool m_isWatched = false;                ///< a program has the descriptor
+    bool m_isWaiting = false;                ///< the owner waits in receive
     bool m_isDispatching = false;
     bool m_eventSet = false;
     std::atomic<bool> m_hasQueued = false;
