@@ -120,7 +120,7 @@ bool Door::acceptOne()
     }
     arrival->token = m_process.io().add(arrival->socket.get(), EPOLLIN, arrival);
     if (!arrival->identity || arrival->token == 0) {
-        drop(*arrival, arrival->identity ? "it can't be watched" : "the kernel doesn't know it");
+        drop(*arrival, arrival->identity ? "it can't be watched" : nullptr); // who has died since needs no line
         return true;
     }
     sweepLater(sweepInterval);

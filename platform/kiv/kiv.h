@@ -14,8 +14,8 @@
  *             mailboxes they were sent to
  *   delivery  once and whole while both ends live; a message to a mailbox that is gone is dropped, and the sender
  *             isn't told
- *   sending   never blocks: what the socket doesn't take waits in the sender and goes out by itself; more than 64 MiB
- *             waiting for one peer cuts that peer off as if it had died, with a line on standard error
+ *   sending   never blocks: what the socket doesn't take waits in the sender and goes out by itself; of more than 64
+ *             MiB for one peer all is dropped, as if it had died, with a line on standard error; then it goes on anew
  *   sender    checked against the kernel's credentials of the connection: no process sends in another's name; a
  *             malformed frame cuts off the peer that sent it and nobody else
  *   names     a name belongs to one mailbox at a time; names of a killed process are free again at once
@@ -88,8 +88,8 @@ kiv_mbox_id_t kiv_current_mbox(void);
 
 /**
  * A descriptor of the calling thread's receive queue: readable (poll, epoll) exactly while kiv_receive would return a
- * message without waiting; only a message that is dropped on arrival may make it readable in vain. It stays the same
- * for the life of the mailbox; it isn't read, written or closed by the caller. -1 where the thread has no mailbox.
+ * message without waiting; only a message that is dropped on arrival, or the end of a peer, may make it readable in
+ * vain. It stays the same for the life of the mailbox; the caller doesn't read, write or close it. -1 without mailbox.
  */
 int kiv_get_fd(void);
 
