@@ -181,7 +181,7 @@ private:
     std::atomic<bool> m_hasQueued = false;
     Watches m_watches;
 
-    std::uint32_t m_lastIndex;
+    std::atomic<std::uint32_t> m_lastIndex; ///< also read when the queue is removed, without its locks
     std::size_t m_mailboxCount = 0;
     std::vector<bool> m_mailboxes; ///< by index
 };
