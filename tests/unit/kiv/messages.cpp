@@ -11,13 +11,19 @@ unsigned char expectedByte(std::uint32_t number, std::uint32_t at)
     return static_cast<unsigned char>(number * 31 + at * 7 + at / 251);
 }
 
+/// Of a large message only some bytes are checked.
+std::uint32_t stepOf(std::uint32_t size)
+{
+    return size > 4096 ? 61 : 1;
+}
+
 } // namespace
 
 Msg makeMsg(std::uint32_t number, std::uint32_t size)
 {
     Msg msg(kiv_alloc(size, number));
     auto* bytes = reinterpret_cast<unsigned char*>(msg.get());
-    for (std::uint32_t at = sizeof(kiv_msg); at < size; ++at) {
+    for (std::uint32_t at = sizeof(kiv_msg); at < size; at += stepOf(size)) {
         bytes[at] = expectedByte(number, at);
     }
     return msg;
@@ -26,7 +32,7 @@ Msg makeMsg(std::uint32_t number, std::uint32_t size)
 bool isIntact(const kiv_msg& msg)
 {
     const auto* bytes = reinterpret_cast<const unsigned char*>(&msg);
-    for (std::uint32_t at = sizeof(kiv_msg); at < kiv_size(&msg); ++at) {
+    for (std::uint32_t at = sizeof(kiv_msg); at < kiv_size(&msg); at += stepOf(kiv_size(&msg))) {
         if (bytes[at] != expectedByte(msg.number, at)) {
             return false;
         }

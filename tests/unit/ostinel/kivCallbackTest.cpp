@@ -1,8 +1,10 @@
 #include "ostinel/activeObject.h"
+#include "ostinel/eventLoop.h"
 #include "ostinel/kivMailboxLocator.h"
 #include "ostinel/kivMailboxMonitor.h"
 #include "ostinel/kivMessageSubscription.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -11,6 +13,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <stdexcept>
+#include <string>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -369,6 +375,106 @@ TEST_F(KivCallback, ReplayedMessagesHaveNoEffect)
     handler(real);
     handler(real);
     EXPECT_THAT(ids, ElementsAre(peer.id));
+}
+
+/// What the loop reports while messages wait and another descriptor is ready all the time: 'm' a message, 'o' the
+/// other.
+class KivRow : public KivCallback
+{
+protected:
+    ~KivRow() override
+    {
+        loop.removeFd(kiv_get_fd());
+        loop.removeFd(other);
+        ::close(other);
+        handleAll();
+    }
+
+    void queue(int count) const
+    {
+        for (int i = 0; i < count; ++i) {
+            send(own, markNumber);
+        }
+    }
+    /// `onMessage` is called behind each message with the count of all so far.
+    void watch(std::function<void(std::size_t)> onMessage)
+    {
+        ASSERT_EQ(loop.addFd(other, EPOLLIN, [this](int) { reports += 'o'; }), 0);
+        ASSERT_EQ(loop.addFd(kiv_get_fd(), EPOLLIN,
+                             [this, onMessage = std::move(onMessage)](int) {
+                                 const auto msg = makeShared(kiv_receive(nullptr, KIV_NO_WAIT, KIV_ANY_SENDER));
+                                 EXPECT_TRUE(msg) << "a report of its own for each";
+                                 reports += 'm';
+                                 onMessage(count('m'));
+                             }),
+                  0);
+    }
+    std::size_t count(char report) const
+    {
+        return static_cast<std::size_t>(std::count(reports.begin(), reports.end(), report));
+    }
+    template <typename Condition>
+    void runUntil(Condition condition)
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(deadlineMs);
+        while (!condition() && std::chrono::steady_clock::now() < end) {
+            loop.runOnce(std::chrono::milliseconds(100));
+        }
+        EXPECT_TRUE(condition());
+    }
+
+    Ostinel::EventLoop::V1::EventLoopIf& loop = Ostinel::EventLoop::V1::EventLoopIf::getInstance();
+    const int other = ::eventfd(1, EFD_CLOEXEC);
+    std::string reports;
+};
+
+TEST_F(KivRow, IsLimitedAndOthersHaveTheirTurn)
+{
+    constexpr std::size_t limit = 64;
+    queue(200);
+    watch([](std::size_t) {});
+    runUntil([this] { return count('m') == 200; });
+    EXPECT_THAT(reports, testing::HasSubstr(std::string(limit, 'm')));
+    EXPECT_THAT(reports, testing::Not(testing::HasSubstr(std::string(limit + 1, 'm'))));
+}
+
+TEST_F(KivRow, EndsWithACallbackThatRemovesItselfOrThrows)
+{
+    queue(3);
+    watch([this](std::size_t messages) {
+        if (messages == 2) {
+            loop.removeFd(kiv_get_fd());
+        }
+    });
+    runUntil([this] { return count('o') > 2; });
+    EXPECT_EQ(count('m'), 2U);
+    EXPECT_THAT(reports, testing::HasSubstr("mm"));
+
+    loop.removeFd(other);
+    reports.clear();
+    queue(2);
+    watch([](std::size_t messages) {
+        if (messages == 2) {
+            throw std::runtime_error("from a message");
+        }
+    });
+    testing::internal::CaptureStderr();
+    runUntil([this] { return count('m') == 3; });
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("from a message"));
+    EXPECT_THAT(reports, testing::HasSubstr("mmo"));
+}
+
+TEST_F(KivRow, EndsWithTheLoop)
+{
+    queue(3);
+    watch([this](std::size_t messages) {
+        if (messages == 2) {
+            loop.stop();
+        }
+    });
+    loop.run();
+    EXPECT_EQ(count('m'), 2U);
+    EXPECT_THAT(reports, testing::EndsWith("mm"));
 }
 
 TEST_F(KivCallback, ThreadsMayEndWithCallbacksPending)
