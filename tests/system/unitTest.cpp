@@ -83,7 +83,8 @@ TEST_F(UnitOfProcessesTest, when_commands_are_typed_then_texts_and_exit_codes_ar
     expectCommand({"vornsrv", "all"}, 2, std::string("invalid command\n") + usage);
     expectCommand({"vornsrv", "none", "ready"}, 2, std::string("invalid component ID: none\n") + usage);
     expectCommand({"vornsrv", "all", "ready", "now"}, 2, "invalid \"all\" command\n");
-    expectCommand({"--list"}, 0, "board\nboard1\ndeepsleep\nfdf_manipulation\npid_manipulation\nsysconread\nvornsrv\nwakeup\n");
+    expectCommand({"--list"}, 0,
+                  "board\nboard1\ndeepsleep\nfdf_manipulation\npid_manipulation\nsysconread\nvornsrv\nwakeup\n");
     EXPECT_EQ(unit.run(ulmo, {"board", "nobody", "show"}).exitCode, 1);
     const Finished unknown = unit.run(ulmo, {"nonsense", "all"});
     EXPECT_EQ(unknown.exitCode, 127);
